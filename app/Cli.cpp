@@ -1,9 +1,306 @@
 #include "app/Cli.h"
 
-#include <iostream>
+#include <unistd.h>
 
-int RunCommandLine(int argc, char** argv) { return RunCommandLine(argc, argv, std::cout, std::cerr); }
+#include <CLI/CLI.hpp>
+
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <iomanip>
+#include <iostream>
+#include <regex>
+#include <sstream>
+
+#include "app/AppError.h"
+#include "app/Describe.h"
+#include "app/Flow.h"
+#include "host/App.h"
+#include "host/Registration.h"
+
+using nlohmann::json;
+
+namespace {
+
+struct FrameRange {
+    bool given = false;
+    int first = 1, last = 1;
+};
+
+FrameRange ParseFrames(const std::string& text, const std::string& option) {
+    static const std::regex pattern(R"(^\s*(-?\d+)\s*(?:-\s*(-?\d+)\s*)?$)");
+    std::smatch m;
+    if (!std::regex_match(text, m, pattern))
+        throw AppError(option + " '" + text + "' is not a frame or a range A-B");
+    FrameRange r;
+    r.given = true;
+    try {
+        r.first = std::stoi(m[1].str());
+        r.last = m[2].matched ? std::stoi(m[2].str()) : r.first;
+    } catch (const std::out_of_range&) {
+        throw AppError(option + " '" + text + "' is out of range");
+    }
+    if (r.last < r.first) throw AppError(option + " '" + text + "' ends before it starts");
+    return r;
+}
+
+// A --set value: a number, "x,y" (a point, or a colour with three or four parts), 0/1 or
+// true/false, or text (a combo entry).
+json ParseValue(const std::string& text) {
+    auto number = [](const std::string& s, double* out) {
+        std::istringstream in(s);
+        in >> *out;
+        return !in.fail() && (in >> std::ws).eof();
+    };
+    double d;
+    if (number(text, &d)) return d;
+    if (text == "true" || text == "on") return true;
+    if (text == "false" || text == "off") return false;
+    if (text.find(',') != std::string::npos) {
+        json list = json::array();
+        std::stringstream parts(text);
+        std::string part;
+        bool all = true;
+        while (std::getline(parts, part, ',')) {
+            if (!number(part, &d)) all = false;
+            list.push_back(d);
+        }
+        if (all) return list;
+    }
+    return text;
+}
+
+std::pair<std::string, std::string> SplitAssignment(const std::string& text,
+                                                    const std::string& option) {
+    size_t eq = text.find('=');
+    if (eq == std::string::npos || eq == 0)
+        throw AppError(option + " '" + text + "' is not of the form NAME=VALUE");
+    return {text.substr(0, eq), text.substr(eq + 1)};
+}
+
+// Progress on a terminal: frame i of N, frames per second, time left.
+class ProgressLine {
+  public:
+    ProgressLine(std::ostream& err, bool show) : err_(err), show_(show) {
+        start_ = std::chrono::steady_clock::now();
+    }
+    void operator()(int done, int total) {
+        if (!show_) return;
+        double seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+        double fps = seconds > 0 ? done / seconds : 0.0;
+        int left = fps > 0 ? static_cast<int>(std::ceil((total - done) / fps)) : 0;
+        err_ << "\rframe " << done << " of " << total << "  " << std::fixed
+             << std::setprecision(fps < 10 ? 2 : 1) << fps << " fps  " << left / 60 << ":"
+             << std::setw(2) << std::setfill('0') << left % 60 << " left" << std::setfill(' ')
+             << "   " << std::flush;
+        if (done == total) err_ << "\n";
+        shown_ = done < total;
+    }
+    bool Shown() const { return shown_; }
+
+  private:
+    std::ostream& err_;
+    bool show_;
+    bool shown_ = false;
+    std::chrono::steady_clock::time_point start_;
+};
+
+// A message on one line: the libraries' own explanations may run over several.
+std::string OneLine(std::string text) {
+    while (!text.empty() && (text.back() == '\n' || text.back() == ' '))
+        text.pop_back();
+    for (size_t at = text.find('\n'); at != std::string::npos; at = text.find('\n', at))
+        text.replace(at, 1, "; ");
+    return text;
+}
+
+bool IsTerminal(std::ostream& err) {
+    return &err == &std::cerr && ::isatty(2);
+}
+
+int RenderFlow(Flow& flow, FrameRange frames, bool quiet, std::ostream& out, std::ostream& err) {
+    if (!frames.given) {
+        frames.first = static_cast<int>(flow.Start());
+        frames.last = static_cast<int>(flow.End());
+    }
+    ProgressLine progress(err, !quiet && IsTerminal(err));
+    try {
+        flow.Render(frames.first, frames.last, std::ref(progress));
+    } catch (const Interrupted& e) {
+        if (progress.Shown()) err << "\n";
+        err << "crate07: " << e.what() << "; " << flow.Written().size()
+            << " file(s) written before it are kept\n";
+        return 130;
+    } catch (const AppError& e) {
+        if (progress.Shown()) err << "\n";
+        if (flow.Written().empty()) throw;
+        throw AppError(std::string(e.what()) + "; the " + std::to_string(flow.Written().size()) +
+                       " file(s) written before it are kept");
+    }
+    if (!quiet) {
+        out << "wrote " << flow.Written().size() << " file(s)";
+        if (!flow.Written().empty())
+            out << ": " << flow.Written().front()
+                << (flow.Written().size() > 1 ? " .. " + flow.Written().back() : "");
+        out << "\n";
+    }
+    return 0;
+}
+
+}  // namespace
+
+int RunCommandLine(int argc, char** argv) {
+    return RunCommandLine(argc, argv, std::cout, std::cerr);
+}
+
 int RunCommandLine(int argc, char** argv, std::ostream& out, std::ostream& err) {
-    (void)argc; (void)argv; (void)out; (void)err;
+    RegisterPackTools();
+    GetApp()->interrupted.store(false);
+
+    CLI::App app{"crate07: renders the Crate 07 image-effect tools"};
+    app.require_subcommand(1);
+    int threads = 0;
+    app.add_option("--threads", threads, "processors the image operators split over")
+        ->check(CLI::Range(1, 256));
+
+    auto* tools = app.add_subcommand("tools",
+                                     "list the tools: registered name, short name, "
+                                     "description");
+
+    auto* describe = app.add_subcommand("describe", "pages, inputs, images and presets of a tool");
+    std::string describeTool;
+    bool describeJson = false;
+    describe->add_option("TOOL", describeTool, "registered or plain name, any case")->required();
+    describe->add_flag("--json", describeJson, "as JSON");
+
+    auto* render = app.add_subcommand("render", "render a flow file");
+    std::string flowPath, framesText;
+    bool quiet = false;
+    render->add_option("FLOW", flowPath, "the flow file (JSON)")->required();
+    render->add_option("--frames", framesText, "frames A-B (default: the flow's range)");
+    render->add_option("--threads", threads, "processors the image operators split over")
+        ->check(CLI::Range(1, 256));
+    render->add_flag("-q,--quiet", quiet, "no progress and no summary");
+
+    auto* apply = app.add_subcommand("apply", "one tool on one picture");
+    std::string applyTool, output, inputImage, sizeText, colourText = "0,0,0,0", preset, frameText;
+    std::vector<std::string> inputs, sets;
+    apply->add_option("TOOL", applyTool, "registered or plain name, any case")->required();
+    apply->add_option("-o,--output", output, "output file; a run of # takes the frame number")
+        ->required();
+    auto* imageOption = apply->add_option("-i,--image", inputImage, "the picture (main input)");
+    auto* sizeOption =
+        apply->add_option("--size", sizeText, "WxH of a generated picture when there is no -i");
+    apply->add_option("--colour", colourText, "R,G,B,A of the generated picture, 16-bit")
+        ->needs(sizeOption);
+    imageOption->excludes(sizeOption);
+    apply->add_option("--input", inputs, "NAME=IMAGE for a further image input");
+    apply->add_option("--set", sets, "ID=VALUE for an input");
+    apply->add_option("--preset", preset, "a \"Demos\" entry, by its text");
+    auto* framesOption = apply->add_option("--frames", framesText, "frames A-B");
+    apply->add_option("--frame", frameText, "one frame")->excludes(framesOption);
+    apply->add_option("--threads", threads, "processors the image operators split over")
+        ->check(CLI::Range(1, 256));
+    apply->add_flag("-q,--quiet", quiet, "no progress and no summary");
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        return app.exit(e, out, err);
+    }
+
+    try {
+        if (threads > 0) GetApp()->SetProcessorCount(threads);
+
+        if (*tools) {
+            bool any = false;
+            if (ClassRegistry)
+                for (Registry* r : ClassRegistry->Items()) {
+                    out << std::left << std::setw(14) << r->Name() << std::setw(6) << r->ShortName()
+                        << r->Description() << "\n";
+                    any = true;
+                }
+            if (!any) out << "no tools are available in this build yet\n";
+            return 0;
+        }
+        if (*describe) {
+            json d = DescribeTool(describeTool);
+            if (describeJson)
+                out << d.dump(2) << "\n";
+            else
+                PrintDescription(d, out);
+            return 0;
+        }
+        if (*render) {
+            auto flow = Flow::Load(flowPath);
+            FrameRange frames;
+            if (!framesText.empty()) frames = ParseFrames(framesText, "--frames");
+            return RenderFlow(*flow, frames, quiet, out, err);
+        }
+        if (*apply) {
+            FindToolOrThrow(applyTool);
+            FrameRange frames;
+            if (!framesText.empty()) frames = ParseFrames(framesText, "--frames");
+            if (!frameText.empty()) frames = ParseFrames(frameText, "--frame");
+            if (!frames.given) frames.given = true;  // frame 1 unless told otherwise
+            if (frameText.size() && frames.first != frames.last)
+                throw AppError("--frame takes one frame; use --frames A-B for a range");
+
+            json flow;
+            flow["range"] = {frames.first, frames.last};
+            json nodes = json::array();
+            if (!inputImage.empty()) {
+                nodes.push_back({{"name", "image"}, {"type", "Loader"}, {"path", inputImage}});
+            } else {
+                if (sizeText.empty())
+                    throw AppError(
+                        "apply needs a picture: -i IMAGE, or --size WxH for a "
+                        "generated one");
+                static const std::regex sizePattern(R"(^(\d{1,5})[xX](\d{1,5})$)");
+                std::smatch m;
+                if (!std::regex_match(sizeText, m, sizePattern))
+                    throw AppError("--size '" + sizeText + "' is not of the form WxH");
+                int w = std::stoi(m[1].str()), h = std::stoi(m[2].str());
+                if (w < 1 || h < 1 || w > 32768 || h > 32768)
+                    throw AppError("--size '" + sizeText + "' must be from 1x1 to 32768x32768");
+                json colour = ParseValue(colourText);
+                if (!colour.is_array() || (colour.size() != 3 && colour.size() != 4))
+                    throw AppError("--colour '" + colourText +
+                                   "' is not R,G,B or R,G,B,A in 16-bit samples");
+                flow["size"] = {w, h};
+                nodes.push_back({{"name", "image"},
+                                 {"type", "Background"},
+                                 {"pattern", "solid"},
+                                 {"colour", colour}});
+            }
+            json tool = {{"name", applyTool}, {"type", applyTool}, {"source", "image"}};
+            json connect = json::object();
+            int n = 0;
+            for (const auto& i : inputs) {
+                auto [name, path] = SplitAssignment(i, "--input");
+                std::string node = "input" + std::to_string(++n);
+                nodes.push_back({{"name", node}, {"type", "Loader"}, {"path", path}});
+                connect[name] = node;
+            }
+            if (!connect.empty()) tool["connect"] = connect;
+            json values = json::object();
+            for (const auto& s : sets) {
+                auto [id, value] = SplitAssignment(s, "--set");
+                values[id] = ParseValue(value);
+            }
+            if (!values.empty()) tool["inputs"] = values;
+            if (!preset.empty()) tool["preset"] = preset;
+            nodes.push_back(tool);
+            nodes.push_back(
+                {{"name", "output"}, {"type", "Saver"}, {"input", applyTool}, {"path", output}});
+            flow["nodes"] = nodes;
+            auto built = Flow::FromJson(flow, "apply");
+            return RenderFlow(*built, frames, quiet, out, err);
+        }
+    } catch (const std::exception& e) {
+        err << "crate07: " << OneLine(e.what()) << "\n";
+        return 1;
+    }
     return 0;
 }

@@ -1,5 +1,5 @@
-// An engine's hold on one host input (or the four channels of a colour): it reads, writes, hides and
-// disables the input and keeps the value the adapter last copied in.
+// An engine's hold on one host input (or the four channels of a colour): it reads, writes, hides
+// and disables the input and keeps the value the adapter last copied in.
 #pragma once
 
 #include <cstdint>
@@ -8,14 +8,14 @@ class Input;
 
 // The value last copied from the input, by kind.
 struct BindingValue {
-    int32_t whole = 0;            // integers, combos, seeds, buttons
-    uint8_t flag = 0;             // checkboxes
-    uint16_t samples[4] = {0};    // colours, red to alpha
-    double number[2] = {0, 0};    // numbers; points X and Y
+    int32_t whole = 0;          // integers, combos, seeds, buttons
+    uint8_t flag = 0;           // checkboxes
+    uint16_t samples[4] = {0};  // colours, red to alpha
+    double number[2] = {0, 0};  // numbers; points X and Y
 };
 
 class InputBinding {
-public:
+  public:
     InputBinding() = default;
     InputBinding(const InputBinding&) = delete;
     InputBinding& operator=(const InputBinding&) = delete;
@@ -53,14 +53,14 @@ public:
 };
 
 class SingleInputBinding : public InputBinding {
-public:
+  public:
     void SetDisabled(bool on) override;
     void SetHidden(bool on) override;
 };
 
 // The four channels of a colour. Hiding shows or hides red, green and blue; alpha stays hidden.
 class ColourInputBinding : public InputBinding {
-public:
+  public:
     void SetDisabled(bool on) override;
     void SetHidden(bool on) override;
 };

@@ -24,7 +24,9 @@ int32_t Next(int32_t s) {
 
 }  // namespace
 
-const ShuffledRandomTable& ShuffledRandomShared() { return shared; }
+const ShuffledRandomTable& ShuffledRandomShared() {
+    return shared;
+}
 
 double ShuffledRandom(int32_t* state) {
     int32_t s;

@@ -5,9 +5,9 @@
 
 long double NormaliseVector(float* v) {
     float ax = std::fabs(v[0]), ay = std::fabs(v[1]), az = std::fabs(v[2]);
-    float s = static_cast<float>(static_cast<long double>(az) * az +
-                                 static_cast<long double>(ay) * ay +
-                                 static_cast<long double>(ax) * ax);
+    float s =
+        static_cast<float>(static_cast<long double>(az) * az + static_cast<long double>(ay) * ay +
+                           static_cast<long double>(ax) * ax);
     float m = ax;
     if (ay > m) m = ay;
     if (az > m) m = az;

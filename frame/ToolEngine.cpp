@@ -28,9 +28,13 @@ void ToolEngine::RunOverRows(EngineChunk routine, int rowCount) {
     op->DoMultiProcess(job->request, 2);
 }
 
-bool ToolEngine::IsAborted() const { return op && op->IsAborting(); }
+bool ToolEngine::IsAborted() const {
+    return op && op->IsAborting();
+}
 
-void ToolEngine::ResizerRows(int first, int last) { resizerChunk(resizerContext, first, last); }
+void ToolEngine::ResizerRows(int first, int last) {
+    resizerChunk(resizerContext, first, last);
+}
 
 void ResizerDispatch(ToolEngine* engine, ResizerChunk routine, int rowCount, void* context) {
     engine->resizerChunk = routine;

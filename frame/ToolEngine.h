@@ -37,7 +37,7 @@ struct ImagePort {
 };
 
 class ToolEngine {
-public:
+  public:
     ToolEngine() = default;
     ToolEngine(const ToolEngine&) = delete;
     ToolEngine& operator=(const ToolEngine&) = delete;
@@ -76,7 +76,7 @@ public:
 
 // The overlay side of an engine: its on-screen controls.
 class ToolOverlay {
-public:
+  public:
     virtual ~ToolOverlay() = default;
     virtual void DrawControls() {}
     virtual void ControlEvent(int event, float x, float y) {

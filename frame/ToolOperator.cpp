@@ -6,7 +6,8 @@
 
 namespace {
 
-InputDecl Row(const char* id, const char* label, int page, InputKind kind, double def, Store store) {
+InputDecl Row(const char* id, const char* label, int page, InputKind kind, double def,
+              Store store) {
     InputDecl d;
     d.id = id;
     d.label = label;
@@ -19,14 +20,22 @@ InputDecl Row(const char* id, const char* label, int page, InputKind kind, doubl
 
 const char* ControlName(InputKind kind) {
     switch (kind) {
-        case InputKind::Slider: return "SliderControl";
-        case InputKind::Screw: return "ScrewControl";
-        case InputKind::Checkbox: return "CheckboxControl";
-        case InputKind::Combo: return "ComboControl";
-        case InputKind::Colour: return "ColorControl";
-        case InputKind::Offset: return "OffsetControl";
-        case InputKind::Button: return "ButtonControl";
-        default: return "";
+        case InputKind::Slider:
+            return "SliderControl";
+        case InputKind::Screw:
+            return "ScrewControl";
+        case InputKind::Checkbox:
+            return "CheckboxControl";
+        case InputKind::Combo:
+            return "ComboControl";
+        case InputKind::Colour:
+            return "ColorControl";
+        case InputKind::Offset:
+            return "OffsetControl";
+        case InputKind::Button:
+            return "ButtonControl";
+        default:
+            return "";
     }
 }
 
@@ -141,7 +150,8 @@ TagList ToolDecl::TagsOf(const InputDecl& row, const std::vector<int>& pageNumbe
     if (row.page >= 0 && static_cast<size_t>(row.page) < pageNumbers.size())
         t.Add(kInPage, int64_t{pageNumbers[row.page]});
     if (row.flags & kHidden) t.Add(kInVisible, int64_t{0});
-    for (const char* e : row.entries) t.Add(kInComboEntry, std::string(e));
+    for (const char* e : row.entries)
+        t.Add(kInComboEntry, std::string(e));
     return t;
 }
 
@@ -155,7 +165,8 @@ ToolOperator::ToolOperator(const Registry* reg, const ScriptVal& script, const T
     firstFrame = 1;
 
     std::vector<int> pageNumbers;
-    for (const char* page : decl_.pages) pageNumbers.push_back(AddControlPage(page));
+    for (const char* page : decl_.pages)
+        pageNumbers.push_back(AddControlPage(page));
 
     rowInputs_.assign(decl_.rowCount, nullptr);
     for (size_t i = 0; i < decl_.rowCount; ++i) {
@@ -205,16 +216,25 @@ void ToolOperator::StoreValue(const InputDecl& row, Parameter* param) {
     const bool given = param && param->GetType() == Parameter::Type::Number;
     const double d = given ? static_cast<Number*>(param)->value : 0.0;
     switch (row.store) {
-        case Store::Double: v.number[0] = given ? d : row.fallback; break;
-        case Store::Int: v.whole = given ? TruncateToInt(d) : TruncateToInt(row.fallback); break;
+        case Store::Double:
+            v.number[0] = given ? d : row.fallback;
+            break;
+        case Store::Int:
+            v.whole = given ? TruncateToInt(d) : TruncateToInt(row.fallback);
+            break;
         case Store::Index1: {
             int t = TruncateToInt(d);
             v.whole = given ? (t == INT32_MAX ? t : t + 1) : 1;
             break;
         }
-        case Store::Flag: v.flag = given ? (d != 0.0) : 0; break;
-        case Store::Sample: v.samples[row.channel & 3] = given ? SampleOf(d) : 0; break;
-        default: break;
+        case Store::Flag:
+            v.flag = given ? (d != 0.0) : 0;
+            break;
+        case Store::Sample:
+            v.samples[row.channel & 3] = given ? SampleOf(d) : 0;
+            break;
+        default:
+            break;
     }
 }
 
@@ -256,6 +276,8 @@ void ToolOperator::Process(Request* request) {
         auto* image = static_cast<Image*>(request->GetInputData(rowInputs_[i], 0));
         if (image) {
             port->image = ImportImage(image, first, true, engine_);
+            // A frame without the image named the main input here; this one has its own again.
+            port->inputs[0] = rowInputs_[i];
         } else {
             port->image = ImportImage(model, first, true, nullptr);
             port->inputs[0] = mainInput;
@@ -300,19 +322,20 @@ void ToolOperator::Process(Request* request) {
 
 void ToolOperator::NotifyChanged(Input* input, Parameter* param, double time, TagList* tags) {
     FusionDoc* doc = Document();
-    if (param && !(doc && doc->busy)) {
-        if (time != kNoTime) RefreshValues(time);
-        for (size_t i = 0; i < decl_.rowCount; ++i) {
-            if (rowInputs_[i] != input) continue;
-            const InputDecl& row = decl_.rows[i];
-            if (!row.handler || !row.binding) break;
-            InputBinding* b = row.binding(engine_);
-            if (b->notifyGuard)
-                b->notifyGuard = 0;
-            else
-                row.handler(engine_, time);
-            break;
-        }
+    // A change without a value, or one that arrives while the document is busy, goes no further:
+    // not to the handlers and not to the base either.
+    if (!param || (doc && doc->busy)) return;
+    if (time != kNoTime) RefreshValues(time);
+    for (size_t i = 0; i < decl_.rowCount; ++i) {
+        if (rowInputs_[i] != input) continue;
+        const InputDecl& row = decl_.rows[i];
+        if (!row.handler || !row.binding) break;
+        InputBinding* b = row.binding(engine_);
+        if (b->notifyGuard)
+            b->notifyGuard = 0;
+        else
+            row.handler(engine_, time);
+        break;
     }
     Operator::NotifyChanged(input, param, time, tags);
 }

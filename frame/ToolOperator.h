@@ -1,5 +1,5 @@
-// The adapter between the host and a tool's engine. Each tool declares its inputs once, as a table of
-// InputDecl rows in the order of declaration; the adapter builds the host inputs from the table,
+// The adapter between the host and a tool's engine. Each tool declares its inputs once, as a table
+// of InputDecl rows in the order of declaration; the adapter builds the host inputs from the table,
 // reads them into the engine's bindings at every render and runs the render cycle.
 #pragma once
 
@@ -160,7 +160,7 @@ struct ToolDecl {
 };
 
 class ToolOperator : public ThreadedOperator {
-public:
+  public:
     ToolOperator(const Registry* reg, const ScriptVal& script, const TagList& tags,
                  ToolEngine* engine, ToolOverlay* overlay, const ToolDecl& decl);
     ~ToolOperator() override;
@@ -181,7 +181,7 @@ public:
     ChunkJob job;
     uint8_t firstFrame = 1;
 
-private:
+  private:
     void StoreValue(const InputDecl& row, Parameter* param);
 
     ToolEngine* engine_;

@@ -32,7 +32,8 @@ WorkImage::WorkImage(const WorkImage& source)
       height(source.height),
       referenceScale(source.referenceScale),
       ownerTag(source.ownerTag) {
-    for (int i = 0; i < 4; ++i) pixelScale[i] = source.pixelScale[i];
+    for (int i = 0; i < 4; ++i)
+        pixelScale[i] = source.pixelScale[i];
     size_t bytes = static_cast<size_t>(width) * height * 8;
     pixels = static_cast<uint16_t*>(std::malloc(bytes ? bytes : 8));
     ownsPixels = 1;
@@ -50,7 +51,8 @@ WorkImage::~WorkImage() {
 
 void WorkImage::MakeRows() {
     rows = static_cast<uint16_t**>(std::malloc(sizeof(uint16_t*) * (height ? height : 1)));
-    for (int y = 0; y < height; ++y) rows[y] = pixels + static_cast<size_t>(y) * width * 4;
+    for (int y = 0; y < height; ++y)
+        rows[y] = pixels + static_cast<size_t>(y) * width * 4;
 }
 
 void WorkImage::Fill(uint16_t red, uint16_t green, uint16_t blue, uint16_t alpha) {
@@ -62,7 +64,8 @@ void WorkImage::Fill(uint16_t red, uint16_t green, uint16_t blue, uint16_t alpha
         row0[x * 4 + 2] = blue;
         row0[x * 4 + 3] = alpha;
     }
-    for (int y = 1; y < height; ++y) std::memcpy(rows[y], row0, static_cast<size_t>(width) * 8);
+    for (int y = 1; y < height; ++y)
+        std::memcpy(rows[y], row0, static_cast<size_t>(width) * 8);
 }
 
 int WorkImage::CopyScaled(WorkImage* source, float gainRed, float gainGreen, float gainBlue,
@@ -96,7 +99,8 @@ void WorkImage::CopyAlphaRows(int first, int last) {
     for (int y = first; y <= last; ++y) {
         const uint16_t* s = alphaSource->rows[y];
         uint16_t* d = rows[y];
-        for (int x = 0; x < width; ++x) d[x * 4 + 3] = s[x * 4 + 3];
+        for (int x = 0; x < width; ++x)
+            d[x * 4 + 3] = s[x * 4 + 3];
     }
 }
 
@@ -141,8 +145,7 @@ void WorkImage::MixColour(float amount, uint32_t redGreen, uint32_t blueAlpha) {
 void WorkImage::MixColourRows(int first, int last) {
     const uint32_t f = MixWeight(mixAmount);
     const uint32_t g = 32768 - f;
-    const uint32_t c[4] = {mixColour[0] * f, mixColour[1] * f, mixColour[2] * f,
-                           mixColour[3] * f};
+    const uint32_t c[4] = {mixColour[0] * f, mixColour[1] * f, mixColour[2] * f, mixColour[3] * f};
     for (int y = first; y <= last; ++y) {
         uint16_t* d = rows[y];
         for (int x = 0; x < width; ++x) {
@@ -190,7 +193,8 @@ WorkImage* ImportImage(Image* source, WorkImage* like, bool makeNew, ToolEngine*
     for (int y = target->height - 1; y >= 0; --y) {
         const uint16_t* s = source->Row(y);
         uint16_t* d = target->rows[y];
-        for (int i = 0; i < target->width * 4; ++i) d[i] = static_cast<uint16_t>(s[i] >> 1);
+        for (int i = 0; i < target->width * 4; ++i)
+            d[i] = static_cast<uint16_t>(s[i] >> 1);
     }
     if (resize) {
         if (importResizer)

@@ -10,7 +10,7 @@ class Image;
 class ToolEngine;
 
 class WorkImage {
-public:
+  public:
     WorkImage(int width, int height, float ignored = 1.0f, void* pixelBlock = nullptr,
               uint32_t ownerTag = 0);
     WorkImage(const WorkImage& source);
@@ -54,7 +54,7 @@ public:
     // Work images alive in this process, for leak checks.
     static std::atomic<int> liveCount;
 
-private:
+  private:
     void MakeRows();
 };
 

@@ -9,7 +9,8 @@ constexpr size_t kMostFreeImages = 24;
 }
 
 ImagePool::~ImagePool() {
-    for (auto& entry : free_) delete entry.second;
+    for (auto& entry : free_)
+        delete entry.second;
 }
 
 Image* ImagePool::Take(int width, int height) {
@@ -47,7 +48,9 @@ App::App() {
     SetProcessorCount(n == 0 ? 1 : static_cast<int>(n));
 }
 
-App::~App() { StopWorkers(); }
+App::~App() {
+    StopWorkers();
+}
 
 void App::SetProcessorCount(int count) {
     std::lock_guard<std::mutex> run(runMutex_);
@@ -60,7 +63,8 @@ void App::SetProcessorCount(int count) {
 
 void App::StartWorkers(int count) {
     stop_ = false;
-    for (int i = 0; i < count; ++i) workers_.emplace_back([this] { WorkerLoop(); });
+    for (int i = 0; i < count; ++i)
+        workers_.emplace_back([this] { WorkerLoop(); });
 }
 
 void App::StopWorkers() {
@@ -69,7 +73,8 @@ void App::StopWorkers() {
         stop_ = true;
     }
     wake_.notify_all();
-    for (auto& t : workers_) t.join();
+    for (auto& t : workers_)
+        t.join();
     workers_.clear();
 }
 
@@ -105,7 +110,10 @@ void App::RunChunks(long count, const std::function<void(long)>& job) {
     if (count <= 0) return;
     std::lock_guard<std::mutex> run(runMutex_);
     {
-        std::lock_guard<std::mutex> lock(mutex_);
+        std::unique_lock<std::mutex> lock(mutex_);
+        // A worker that woke late for the previous run may still be reading its counters; it
+        // leaves before they are set for this one, or it could run a chunk of this run twice.
+        done_.wait(lock, [&] { return active_ == 0; });
         job_ = &job;
         count_ = count;
         finished_ = 0;

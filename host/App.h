@@ -1,5 +1,5 @@
-// The application object: the processor count, the worker threads behind DoMultiProcess and the pool
-// that recycles image blocks.
+// The application object: the processor count, the worker threads behind DoMultiProcess and the
+// pool that recycles image blocks.
 #pragma once
 
 #include <atomic>
@@ -15,20 +15,20 @@
 class Image;
 
 class ImagePool {
-public:
+  public:
     ~ImagePool();
     // A new image, its block taken from the pool when one of that size is free.
     Image* Take(int width, int height);
     void Give(Image* image);
     size_t Free() const;
 
-private:
+  private:
     mutable std::mutex mutex_;
     std::multimap<std::pair<int, int>, Image*> free_;
 };
 
 class App {
-public:
+  public:
     App();
     ~App();
     App(const App&) = delete;
@@ -47,7 +47,7 @@ public:
     // Set by an interruption (Ctrl-C): every operator's render aborts.
     std::atomic<bool> interrupted{false};
 
-private:
+  private:
     void StartWorkers(int count);
     void StopWorkers();
     void WorkerLoop();

@@ -5,7 +5,8 @@
 #include "host/Registry.h"
 
 FusionDoc::~FusionDoc() {
-    for (auto it = tools_.rbegin(); it != tools_.rend(); ++it) (*it)->Recycle();
+    for (auto it = tools_.rbegin(); it != tools_.rend(); ++it)
+        (*it)->Recycle();
 }
 
 Operator* FusionDoc::AddTool(const std::string& name) {
@@ -59,7 +60,8 @@ bool FusionDoc::Redo() {
     if (redo_.empty()) return false;
     UndoStep step = std::move(redo_.back());
     redo_.pop_back();
-    for (auto& c : step.changes) c.input->Restore(c.after);
+    for (auto& c : step.changes)
+        c.input->Restore(c.after);
     undo_.push_back(std::move(step));
     return true;
 }

@@ -9,7 +9,7 @@
 #include "host/Operator.h"
 
 class FusionDoc {
-public:
+  public:
     FusionDoc() = default;
     ~FusionDoc();
     FusionDoc(const FusionDoc&) = delete;
@@ -46,7 +46,7 @@ public:
     bool Redo();
     const std::vector<UndoStep>& UndoSteps() const { return undo_; }
 
-private:
+  private:
     std::vector<Operator*> tools_;
     std::vector<UndoStep> undo_;
     std::vector<UndoStep> redo_;

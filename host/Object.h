@@ -1,4 +1,5 @@
-// Identifiers, attribute lists and the reference-counted object that every host record derives from.
+// Identifiers, attribute lists and the reference-counted object that every host record derives
+// from.
 #pragma once
 
 #include <atomic>
@@ -11,7 +12,7 @@
 
 // An identifier of the host: a class, an input, a data type or a control kind.
 class FuID {
-public:
+  public:
     FuID() = default;
     FuID(const char* text, bool copy = true) : text_(text ? text : "") { (void)copy; }
     FuID(std::string text) : text_(std::move(text)) {}
@@ -25,7 +26,7 @@ public:
     bool operator!=(const char* other) const { return !(*this == other); }
     bool operator<(const FuID& other) const { return text_ < other.text_; }
 
-private:
+  private:
     std::string text_;
 };
 
@@ -54,7 +55,7 @@ struct TagItem {
 // An ordered list of tag and value pairs. A tag may stand more than once (combo entries); for the
 // single-valued look-ups the last one wins.
 class TagList {
-public:
+  public:
     TagList() = default;
     TagList(std::initializer_list<TagItem> items) : items_(items) {}
 
@@ -70,14 +71,14 @@ public:
     std::vector<std::string> GetAllText(Tag tag) const;
     const std::vector<TagItem>& Items() const { return items_; }
 
-private:
+  private:
     std::vector<TagItem> items_;
 };
 
 // Base of the host's records. Reference counted: whoever holds one calls Use() and gives it back
 // with Recycle(); the last Recycle() releases it.
 class Object {
-public:
+  public:
     Object() = default;
     explicit Object(TagList attrs) : attrs_(std::move(attrs)) {}
     Object(const Object&) = delete;
@@ -101,12 +102,12 @@ public:
     }
     int References() const { return refs_.load(std::memory_order_relaxed); }
 
-protected:
+  protected:
     virtual void Destroy() { delete this; }
     // Lets a pooled object be handed out again with a single reference.
     void ResetReferences() { refs_.store(1, std::memory_order_relaxed); }
     TagList attrs_;
 
-private:
+  private:
     std::atomic<int> refs_{1};
 };

@@ -64,7 +64,8 @@ void Input::ValueAt(double time, double out[2]) const {
         return;
     }
     size_t i = 0;
-    while (i + 1 < keys_.size() && keys_[i + 1].time <= time) ++i;
+    while (i + 1 < keys_.size() && keys_[i + 1].time <= time)
+        ++i;
     const Key& a = keys_[i];
     const Key& b = keys_[i + 1];
     double span = b.time - a.time;
@@ -93,7 +94,8 @@ Parameter* Input::GetSource(double time) {
         p->x = v[0];
         p->y = v[1];
     } else {
-        if (!scratch_ || scratch_->GetType() != Parameter::Type::Number) scratch_.reset(new Number());
+        if (!scratch_ || scratch_->GetType() != Parameter::Type::Number)
+            scratch_.reset(new Number());
         static_cast<Number*>(scratch_.get())->value = v[0];
     }
     return scratch_.get();
@@ -106,9 +108,9 @@ void Input::SetConstant(double x, double y) {
 }
 
 void Input::SetKeys(std::vector<Key> keys) {
-    std::sort(keys.begin(), keys.end(),
-              [](const Key& a, const Key& b) { return a.time < b.time; });
-    for (auto& k : keys) k.v[0] = Clamp(k.v[0]);
+    std::sort(keys.begin(), keys.end(), [](const Key& a, const Key& b) { return a.time < b.time; });
+    for (auto& k : keys)
+        k.v[0] = Clamp(k.v[0]);
     keys_ = std::move(keys);
 }
 
@@ -140,8 +142,8 @@ bool Input::SetSource(Parameter* param, double time, int, int) {
         constant_[0] = v[0];
         constant_[1] = v[1];
     } else {
-        auto it = std::find_if(keys_.begin(), keys_.end(),
-                               [&](const Key& k) { return k.time >= time; });
+        auto it =
+            std::find_if(keys_.begin(), keys_.end(), [&](const Key& k) { return k.time >= time; });
         if (it != keys_.end() && it->time == time) {
             it->v[0] = v[0];
             it->v[1] = v[1];
@@ -179,12 +181,18 @@ Operator::Operator(const Registry* reg, const ScriptVal& script, const TagList& 
 }
 
 Operator::~Operator() {
-    for (Input* in : inputs_) delete in;
-    for (Output* out : outputs_) delete out;
+    for (Input* in : inputs_)
+        delete in;
+    for (Output* out : outputs_)
+        delete out;
 }
 
-bool Operator::RegInit(Registry* reg) { return reg != nullptr; }
-void Operator::RegCleanup(Registry* reg) { (void)reg; }
+bool Operator::RegInit(Registry* reg) {
+    return reg != nullptr;
+}
+void Operator::RegCleanup(Registry* reg) {
+    (void)reg;
+}
 
 int Operator::AddControlPage(const char* name, TagList tags) {
     (void)tags;
@@ -205,6 +213,7 @@ Output* Operator::AddOutput(const char* name, const char* id, TagList tags) {
 }
 
 void Operator::NotifyChanged(Input* input, Parameter* param, double time, TagList* tags) {
+    changesSeen_.fetch_add(1, std::memory_order_relaxed);
     (void)input;
     (void)param;
     (void)time;

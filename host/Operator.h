@@ -31,18 +31,18 @@ struct Key {
 };
 
 class LockableObject {
-public:
+  public:
     void ObtainLock() { mutex_.lock(); }
     void ReleaseLock() { mutex_.unlock(); }
     void ObtainReadLock() { mutex_.lock_shared(); }
     void ReleaseReadLock() { mutex_.unlock_shared(); }
 
-private:
+  private:
     std::shared_mutex mutex_;
 };
 
 class TimeExtent {
-public:
+  public:
     TimeExtent(double s, double e, double st) : start(s), end(e), step(st) {}
     double start, end, step;
 };
@@ -50,7 +50,7 @@ public:
 // An input of an operator: a number, a point or an image connector. A number or point input holds a
 // constant value or, once animated, a list of keys.
 class Input : public Object {
-public:
+  public:
     enum class DataType { Number, Point, Image };
 
     Input(Operator* owner, FuID name, FuID id, TagList attrs);
@@ -90,7 +90,7 @@ public:
     State Save() const { return {{constant_[0], constant_[1]}, keys_}; }
     void Restore(const State& s);
 
-private:
+  private:
     Operator* owner_;
     FuID name_, id_;
     DataType type_;
@@ -100,20 +100,20 @@ private:
 };
 
 class Output : public Object {
-public:
+  public:
     Output(Operator* owner, FuID name, FuID id, TagList attrs)
         : Object(std::move(attrs)), owner_(owner), name_(std::move(name)), id_(std::move(id)) {}
     const FuID& Name() const { return name_; }
     const FuID& ID() const { return id_; }
     Operator* Owner() const { return owner_; }
 
-private:
+  private:
     Operator* owner_;
     FuID name_, id_;
 };
 
 class Operator : public Object {
-public:
+  public:
     Operator(const Registry* reg, const ScriptVal& script, const TagList& tags);
     ~Operator() override;
 
@@ -146,17 +146,21 @@ public:
     LockableObject controlLock;
     std::vector<OperatorControl*> controls;
 
-private:
+    // Changes that have reached the base NotifyChanged.
+    long ChangesSeen() const { return changesSeen_.load(std::memory_order_relaxed); }
+
+  private:
     const Registry* reg_;
     FusionDoc* doc_ = nullptr;
     std::vector<std::string> pages_;
     std::vector<Input*> inputs_;
     std::vector<Output*> outputs_;
     std::atomic<bool> abort_{false};
+    std::atomic<long> changesSeen_{0};
 };
 
 class ThreadedOperator : public Operator {
-public:
+  public:
     static const FuID ClassID;
     ThreadedOperator(const Registry* reg, const ScriptVal& script, const TagList& tags)
         : Operator(reg, script, tags) {}
@@ -177,7 +181,7 @@ public:
 // One render of one operator at one time: the images at its connectors, the values of its inputs
 // at that time, and the results it delivers.
 class Request {
-public:
+  public:
     Request(Operator* op, double time) : op_(op), time_(time) {}
     ~Request();
     Request(const Request&) = delete;
@@ -198,7 +202,7 @@ public:
     Parameter* TakeOutputData(Output* output);
     bool HasOutput(Output* output) const { return outputs_.count(output) != 0; }
 
-private:
+  private:
     Operator* op_;
     double time_;
     std::map<Input*, Parameter*> inputs_;

@@ -18,7 +18,9 @@ Parameter* Image::Copy() const {
     return copy;
 }
 
-void Image::Destroy() { GetApp()->Images().Give(this); }
+void Image::Destroy() {
+    GetApp()->Images().Give(this);
+}
 
 Image* NewImage(Tag tag, const Image* like, int end) {
     (void)end;

@@ -9,26 +9,26 @@
 #include "host/Object.h"
 
 class Parameter : public Object {
-public:
+  public:
     enum class Type { Number, Point, Image };
     explicit Parameter(Type type) : type_(type) {}
     Type GetType() const { return type_; }
     // A fresh copy with one reference. Images copy their pixels.
     virtual Parameter* Copy() const = 0;
 
-private:
+  private:
     Type type_;
 };
 
 class Number : public Parameter {
-public:
+  public:
     explicit Number(double v = 0.0) : Parameter(Type::Number), value(v) {}
     Parameter* Copy() const override { return new Number(value); }
     double value;
 };
 
 class Point : public Parameter {
-public:
+  public:
     Point(double px = 0.0, double py = 0.0, double pz = 0.0)
         : Parameter(Type::Point), x(px), y(py) {
         (void)pz;
@@ -39,7 +39,7 @@ public:
 
 // A temporary number handed to SetSource; it lives on the stack of the writer.
 class AutoNumber : public Number {
-public:
+  public:
     explicit AutoNumber(double v) : Number(v) {}
 };
 
@@ -54,7 +54,7 @@ struct HostPixel {
 // Row 0 is the bottom row of the picture and y grows upward; image files are top row first, so
 // loading and saving flip.
 class Image : public Parameter {
-public:
+  public:
     Image(int w, int h);
     Parameter* Copy() const override;
 
@@ -63,9 +63,7 @@ public:
     double xScale = 1.0, yScale = 1.0, xOffset = 0.0, yOffset = 0.0;
 
     uint16_t* Row(int y) { return pixels_.data() + static_cast<size_t>(y) * width * 4; }
-    const uint16_t* Row(int y) const {
-        return pixels_.data() + static_cast<size_t>(y) * width * 4;
-    }
+    const uint16_t* Row(int y) const { return pixels_.data() + static_cast<size_t>(y) * width * 4; }
     uint16_t* Data() { return pixels_.data(); }
     const uint16_t* Data() const { return pixels_.data(); }
     size_t SampleCount() const { return pixels_.size(); }
@@ -86,10 +84,10 @@ public:
         p[3] = in.alpha;
     }
 
-protected:
+  protected:
     void Destroy() override;  // returns the image to the application's pool
 
-private:
+  private:
     friend class ImagePool;
     std::vector<uint16_t> pixels_;
 };
@@ -101,7 +99,7 @@ Image* NewImage(Tag tag, const Image* like, int end = 0);
 // Holds one reference to an object and gives it back when it goes out of scope.
 template <class T>
 class HostRef {
-public:
+  public:
     HostRef() = default;
     explicit HostRef(T* p) : p_(p) {}  // takes over the caller's reference
     HostRef(const HostRef&) = delete;
@@ -129,6 +127,6 @@ public:
     }
     explicit operator bool() const { return p_ != nullptr; }
 
-private:
+  private:
     T* p_ = nullptr;
 };

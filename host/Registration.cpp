@@ -15,7 +15,9 @@ std::deque<Entry>& Entries() {
     return entries;
 }
 
-const void* Address(OperatorFactory f) { return reinterpret_cast<const void*>(f); }
+const void* Address(OperatorFactory f) {
+    return reinterpret_cast<const void*>(f);
+}
 
 }  // namespace
 

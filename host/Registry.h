@@ -11,7 +11,7 @@ class FusionDoc;
 
 // The script description of a class.
 class ScriptInfo {
-public:
+  public:
     ScriptInfo(int flags, const char* id, const char* a, const char* b)
         : flags(flags), id(id ? id : "") {
         (void)a;
@@ -25,7 +25,7 @@ using OperatorFactory = Operator* (*)(const Registry* reg, const ScriptVal& scri
                                       const TagList& tags);
 
 class Registry : public Object {
-public:
+  public:
     // Enters the class in *list (made on first use) with its attribute list.
     Registry(RegistryList** list, const FuID& classID, TagList attrs);
 
@@ -38,12 +38,12 @@ public:
     // A new operator of this class with one reference, or null.
     Operator* Create(const ScriptVal& script = ScriptVal(), const TagList& tags = TagList()) const;
 
-private:
+  private:
     FuID classID_;
 };
 
 class RegistryList {
-public:
+  public:
     void Add(Registry* reg) { items_.push_back(reg); }
     void Remove(Registry* reg);
     const std::vector<Registry*>& Items() const { return items_; }
@@ -52,7 +52,7 @@ public:
     // Makes a record of a host class (an OperatorControl) for a document.
     Object* New(const FuID& classID, Tag tag, FusionDoc* doc);
 
-private:
+  private:
     std::vector<Registry*> items_;
 };
 

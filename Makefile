@@ -1,0 +1,55 @@
+# Set-up, build, demo, tests and benchmarks. Every target first installs what is missing on a
+# Debian machine (with sudo when not root), then configures and builds.
+BUILD ?= build
+JOBS ?= $(shell nproc 2>/dev/null || echo 2)
+CMAKE_FLAGS ?=
+ifeq ($(CRATE07_WERROR),ON)
+CMAKE_FLAGS += -DCRATE07_WERROR=ON
+endif
+
+PACKAGES = build-essential cmake pkg-config clang-format libopenimageio-dev libcli11-dev \
+	nlohmann-json3-dev libgtest-dev libgmock-dev libbenchmark-dev
+
+.PHONY: all deps build demo test bench asan format format-check clean
+
+all: build
+
+deps:
+	@missing=""; for p in $(PACKAGES); do \
+	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q "install ok installed" || missing="$$missing $$p"; \
+	done; \
+	if [ -n "$$missing" ]; then \
+	  echo "Installing:$$missing"; \
+	  if [ "$$(id -u)" = 0 ]; then SUDO=""; else SUDO=sudo; fi; \
+	  $$SUDO apt-get update -qq && DEBIAN_FRONTEND=noninteractive $$SUDO apt-get install -y -qq $$missing; \
+	fi
+
+$(BUILD)/CMakeCache.txt: | deps
+	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release $(CMAKE_FLAGS)
+
+build: deps $(BUILD)/CMakeCache.txt
+	cmake --build $(BUILD) -j $(JOBS)
+
+demo: build
+	./$(BUILD)/crate07 render examples/demo.json
+
+test: build
+	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
+
+bench: build
+	./$(BUILD)/crate07_bench --benchmark_min_time=0.2
+
+# The tests again under AddressSanitizer and UndefinedBehaviorSanitizer.
+asan: deps
+	cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DCRATE07_SANITIZE=ON -DCRATE07_BENCH=OFF $(CMAKE_FLAGS)
+	cmake --build build-asan -j $(JOBS)
+	cd build-asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 ctest --output-on-failure -j $(JOBS)
+
+FORMAT_FILES = $(shell git ls-files '*.cpp' '*.h' 2>/dev/null)
+format:
+	clang-format -i $(FORMAT_FILES)
+format-check:
+	clang-format --dry-run -Werror $(FORMAT_FILES)
+
+clean:
+	rm -rf $(BUILD) build-asan

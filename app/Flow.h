@@ -1,0 +1,96 @@
+// Flow files: a JSON description of nodes (tools, loaders, generated backgrounds, savers), the
+// wires between them, the values of the tools' inputs, and a global frame range. A flow renders its
+// frames in time order through one set of tool instances, as an interactive session would.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "app/Patterns.h"
+#include "host/Document.h"
+#include "host/Parameters.h"
+
+class ToolOperator;
+
+class Flow {
+  public:
+    // Reads and checks a flow file. Malformed JSON is reported with its line and column; every
+    // other fault names the node and the input or value. Throws AppError.
+    static std::unique_ptr<Flow> Load(const std::string& path);
+    // The same from a parsed document; `origin` names it in messages.
+    static std::unique_ptr<Flow> FromJson(const nlohmann::json& flow, const std::string& origin);
+
+    ~Flow();
+
+    double Start() const { return doc_.globalStart; }
+    double End() const { return doc_.globalEnd; }
+
+    // Renders frames first..last in order, each through every saver. Frames written before a
+    // failure stay written. `progress(done, total)` is called after each frame. Throws AppError,
+    // or Interrupted when the render is interrupted.
+    void Render(int first, int last, const std::function<void(int, int)>& progress = nullptr);
+
+    // Renders frames first..last and writes nothing: brings stateful tools to `last`.
+    void Advance(int first, int last);
+
+    // Files written so far, in order.
+    const std::vector<std::string>& Written() const { return written_; }
+
+    FusionDoc& Document() { return doc_; }
+    // The operator of a tool node, or null.
+    Operator* ToolOf(const std::string& node) const;
+
+  private:
+    struct Ref {
+        size_t node = 0;
+    };
+    struct Node {
+        enum class Kind { Loader, Background, Saver, Tool };
+        std::string name;
+        std::string type;
+        Kind kind = Kind::Tool;
+        // Loader and saver
+        std::string path;
+        int offset = 0;
+        HostRef<Image> still;
+        // Background
+        PatternSpec pattern;
+        HostRef<Image> generated;
+        // Saver
+        Ref input;
+        // Tool
+        ToolOperator* tool = nullptr;
+        std::vector<std::pair<Input*, Ref>> wires;
+        // The image of the frame in progress.
+        double memoTime = -1e300;
+        HostRef<Image> memo;
+    };
+
+    explicit Flow(std::string origin) : origin_(std::move(origin)) {}
+    void Build(const nlohmann::json& flow);
+    void BuildNode(Node& node, const nlohmann::json& body);
+    void BuildTool(Node& node, const nlohmann::json& body);
+    void Wire(Node& node, const nlohmann::json& body);
+    void SetInputValue(Node& node, const std::string& key, const nlohmann::json& value);
+    void ApplyPreset(Node& node, const std::string& entry, const std::string& inputName);
+    Ref Resolve(const Node& from, const std::string& what, const nlohmann::json& ref) const;
+    void CheckOutputs(int first, int last) const;
+    void RenderFrame(int frame, bool write);
+    Image* Evaluate(size_t index, double time);  // gives a reference to the caller
+    std::string Where(const Node& node) const;
+
+    std::string origin_;
+    FusionDoc doc_;
+    std::vector<std::unique_ptr<Node>> nodes_;
+    std::vector<std::string> written_;
+};
+
+// Replaces the run of '#' in `pattern` with the frame number, zero-padded to the run's length.
+// A pattern without '#' is returned as it is.
+std::string FramePath(const std::string& pattern, int frame);
+bool HasFrameRun(const std::string& pattern);

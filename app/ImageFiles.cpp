@@ -1,0 +1,144 @@
+#include "app/ImageFiles.h"
+
+#include <unistd.h>
+
+#include <OpenImageIO/imageio.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <filesystem>
+#include <vector>
+
+#include "app/AppError.h"
+#include "host/App.h"
+#include "host/Parameters.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string Extension(const std::string& path) {
+    std::string ext = fs::path(path).extension().string();
+    for (char& c : ext)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return ext;
+}
+
+}  // namespace
+
+void CheckOutputFormat(const std::string& path) {
+    std::string ext = Extension(path);
+    if (ext == ".png" || ext == ".tif" || ext == ".tiff" || ext == ".exr") return;
+    throw AppError("cannot write '" + path + "': unsupported output format '" + ext +
+                   "' (use .png, .tif, .tiff or .exr)");
+}
+
+Image* LoadImageFile(const std::string& path) {
+    std::error_code ec;
+    if (!fs::exists(path, ec)) throw AppError("cannot read image '" + path + "': no such file");
+    if (fs::is_directory(path, ec))
+        throw AppError("cannot read image '" + path + "': it is a folder");
+    // Colour is taken as the file holds it: no premultiplication on the way in or out.
+    OIIO::ImageSpec config;
+    config.attribute("oiio:UnassociatedAlpha", 1);
+    auto in = OIIO::ImageInput::open(path, &config);
+    if (!in) {
+        std::string why = OIIO::geterror();
+        throw AppError("cannot read image '" + path + "': " +
+                       (why.empty() ? std::string("not an image OpenImageIO can read") : why));
+    }
+    const OIIO::ImageSpec& spec = in->spec();
+    const int w = spec.width, h = spec.height, n = spec.nchannels;
+    if (w <= 0 || h <= 0 || n <= 0 || spec.depth > 1) {
+        in->close();
+        throw AppError("cannot read image '" + path + "': unsupported size or layout");
+    }
+    std::vector<uint16_t> data(static_cast<size_t>(w) * h * n);
+    if (!in->read_image(0, 0, 0, n, OIIO::TypeDesc::UINT16, data.data())) {
+        std::string why = in->geterror();
+        in->close();
+        throw AppError("cannot read image '" + path + "': " + why);
+    }
+    float aspect = spec.get_float_attribute("PixelAspectRatio", 1.0f);
+    in->close();
+
+    Image* image = GetApp()->Images().Take(w, h);
+    image->xScale = aspect > 0.0f ? aspect : 1.0;
+    image->yScale = 1.0;
+    for (int y = 0; y < h; ++y) {
+        // Files are top row first; the host's row 0 is the bottom row.
+        const uint16_t* s = data.data() + static_cast<size_t>(h - 1 - y) * w * n;
+        uint16_t* d = image->Row(y);
+        for (int x = 0; x < w; ++x, s += n, d += 4) {
+            if (n == 1) {
+                d[0] = d[1] = d[2] = s[0];
+                d[3] = 65535;
+            } else if (n == 2) {
+                d[0] = d[1] = d[2] = s[0];
+                d[3] = s[1];
+            } else {
+                d[0] = s[0];
+                d[1] = s[1];
+                d[2] = s[2];
+                d[3] = n >= 4 ? s[3] : 65535;
+            }
+        }
+    }
+    return image;
+}
+
+void SaveImageFile(const Image& image, const std::string& path) {
+    CheckOutputFormat(path);
+    if (image.width <= 0 || image.height <= 0)
+        throw AppError("cannot write '" + path + "': the image is empty");
+    const fs::path target(path);
+    const fs::path dir = target.has_parent_path() ? target.parent_path() : fs::path(".");
+    std::error_code ec;
+    if (!fs::is_directory(dir, ec)) {
+        fs::create_directories(dir, ec);
+        if (ec)
+            throw AppError("cannot write '" + path + "': cannot make folder '" + dir.string() +
+                           "': " + ec.message());
+    }
+    // Written under a temporary name in the same folder (same extension, so the format is
+    // chosen the same way), then renamed over the target in one step.
+    const fs::path temp = dir / ("." + target.stem().string() + ".part-" +
+                                 std::to_string(::getpid()) + target.extension().string());
+    const std::string ext = Extension(path);
+    OIIO::ImageSpec spec(image.width, image.height, 4,
+                         ext == ".exr" ? OIIO::TypeDesc::HALF : OIIO::TypeDesc::UINT16);
+    spec.alpha_channel = 3;
+    spec.attribute("oiio:UnassociatedAlpha", 1);
+    if (image.xScale != 1.0 || image.yScale != 1.0)
+        spec.attribute("PixelAspectRatio", static_cast<float>(image.xScale / image.yScale));
+    if (ext == ".exr") spec.attribute("compression", "zip");
+    if (ext == ".tif" || ext == ".tiff") spec.attribute("compression", "zip");
+
+    auto out = OIIO::ImageOutput::create(temp.string());
+    if (!out) throw AppError("cannot write '" + path + "': " + OIIO::geterror());
+    if (!out->open(temp.string(), spec)) {
+        std::string why = out->geterror();
+        fs::remove(temp, ec);
+        throw AppError("cannot write '" + path + "': " + why);
+    }
+    // Host rows run bottom to top; the file wants the top row first, so the rows are walked
+    // backwards with a negative stride.
+    const size_t rowBytes = static_cast<size_t>(image.width) * 4 * sizeof(uint16_t);
+    const auto* last = reinterpret_cast<const char*>(image.Row(image.height - 1));
+    bool ok = out->write_image(OIIO::TypeDesc::UINT16, last, OIIO::AutoStride,
+                               -static_cast<OIIO::stride_t>(rowBytes));
+    std::string why = ok ? std::string() : out->geterror();
+    ok = out->close() && ok;
+    if (!ok) {
+        if (why.empty()) why = out->geterror();
+        fs::remove(temp, ec);
+        throw AppError("cannot write '" + path + "': " + why);
+    }
+    fs::rename(temp, target, ec);
+    if (ec) {
+        std::string message = ec.message();
+        fs::remove(temp, ec);
+        throw AppError("cannot write '" + path + "': " + message);
+    }
+}

@@ -2,6 +2,10 @@
 
 #include <algorithm>
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
 #include "host/Parameters.h"
 
 namespace {
@@ -44,6 +48,12 @@ size_t ImagePool::Free() const {
 }
 
 App::App() {
+#ifdef __GLIBC__
+    // Frames allocate and free blocks of the same large sizes again and again; keeping them in the
+    // heap instead of mapping each anew spares the page faults of a fresh mapping every frame.
+    mallopt(M_MMAP_THRESHOLD, 512 * 1024 * 1024);
+    mallopt(M_TRIM_THRESHOLD, 1024 * 1024 * 1024);
+#endif
     unsigned n = std::thread::hardware_concurrency();
     SetProcessorCount(n == 0 ? 1 : static_cast<int>(n));
 }

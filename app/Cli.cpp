@@ -13,6 +13,7 @@
 #include <sstream>
 
 #include "app/AppError.h"
+#include "app/Controls.h"
 #include "app/Describe.h"
 #include "app/Flow.h"
 #include "host/App.h"
@@ -76,6 +77,17 @@ std::pair<std::string, std::string> SplitAssignment(const std::string& text,
     if (eq == std::string::npos || eq == 0)
         throw AppError(option + " '" + text + "' is not of the form NAME=VALUE");
     return {text.substr(0, eq), text.substr(eq + 1)};
+}
+
+std::pair<int, int> ParseSize(const std::string& text) {
+    static const std::regex sizePattern(R"(^(\d{1,5})[xX](\d{1,5})$)");
+    std::smatch m;
+    if (!std::regex_match(text, m, sizePattern))
+        throw AppError("--size '" + text + "' is not of the form WxH");
+    int w = std::stoi(m[1].str()), h = std::stoi(m[2].str());
+    if (w < 1 || h < 1 || w > 32768 || h > 32768)
+        throw AppError("--size '" + text + "' must be from 1x1 to 32768x32768");
+    return {w, h};
 }
 
 // Progress on a terminal: frame i of N, frames per second, time left.
@@ -203,6 +215,27 @@ int RunCommandLine(int argc, char** argv, std::ostream& out, std::ostream& err) 
     apply->add_option("--threads", threads, "processors the image operators split over")
         ->check(CLI::Range(1, 256));
     apply->add_flag("-q,--quiet", quiet, "no progress and no summary");
+    bool overlay = false;
+    double zoom = 1.0;
+    apply->add_flag("--overlay", overlay, "draw the tool's on-screen controls over the output");
+    apply->add_option("--zoom", zoom, "view pixels per image pixel, for --overlay")
+        ->check(CLI::Range(0.01, 64.0));
+
+    auto* controlsCmd = app.add_subcommand(
+        "controls", "the on-screen controls of a tool: their line work, and what drags do");
+    std::string controlsTool, controlsSize = "720x486", controlsFrame;
+    std::vector<std::string> controlsSets, drags;
+    bool controlsJson = false;
+    double controlsZoom = 1.0;
+    controlsCmd->add_option("TOOL", controlsTool, "registered or plain name, any case")->required();
+    controlsCmd->add_option("--size", controlsSize, "WxH of the picture (default 720x486)");
+    controlsCmd->add_option("--set", controlsSets, "ID=VALUE for an input");
+    controlsCmd->add_option("--frame", controlsFrame, "the frame the view stands on (default 1)");
+    controlsCmd->add_option("--zoom", controlsZoom, "view pixels per image pixel")
+        ->check(CLI::Range(0.01, 64.0));
+    controlsCmd->add_option("--drag", drags,
+                            "X1,Y1:X2,Y2: press, move and release, in image pixels, y up");
+    controlsCmd->add_flag("--json", controlsJson, "as JSON");
 
     try {
         app.parse(argc, argv);
@@ -257,13 +290,7 @@ int RunCommandLine(int argc, char** argv, std::ostream& out, std::ostream& err) 
                     throw AppError(
                         "apply needs a picture: -i IMAGE, or --size WxH for a "
                         "generated one");
-                static const std::regex sizePattern(R"(^(\d{1,5})[xX](\d{1,5})$)");
-                std::smatch m;
-                if (!std::regex_match(sizeText, m, sizePattern))
-                    throw AppError("--size '" + sizeText + "' is not of the form WxH");
-                int w = std::stoi(m[1].str()), h = std::stoi(m[2].str());
-                if (w < 1 || h < 1 || w > 32768 || h > 32768)
-                    throw AppError("--size '" + sizeText + "' must be from 1x1 to 32768x32768");
+                auto [w, h] = ParseSize(sizeText);
                 json colour = ParseValue(colourText);
                 if (!colour.is_array() || (colour.size() != 3 && colour.size() != 4))
                     throw AppError("--colour '" + colourText +
@@ -292,11 +319,80 @@ int RunCommandLine(int argc, char** argv, std::ostream& out, std::ostream& err) 
             if (!values.empty()) tool["inputs"] = values;
             if (!preset.empty()) tool["preset"] = preset;
             nodes.push_back(tool);
-            nodes.push_back(
-                {{"name", "output"}, {"type", "Saver"}, {"input", applyTool}, {"path", output}});
+            json saver = {
+                {"name", "output"}, {"type", "Saver"}, {"input", applyTool}, {"path", output}};
+            if (overlay) {
+                saver["overlay"] = true;
+                saver["overlay_zoom"] = zoom;
+            }
+            nodes.push_back(saver);
             flow["nodes"] = nodes;
             auto built = Flow::FromJson(flow, "apply");
             return RenderFlow(*built, frames, quiet, out, err);
+        }
+        if (*controlsCmd) {
+            FindToolOrThrow(controlsTool);
+            auto [w, h] = ParseSize(controlsSize);
+            FrameRange frame;
+            if (!controlsFrame.empty()) frame = ParseFrames(controlsFrame, "--frame");
+            if (frame.first != frame.last) throw AppError("--frame takes one frame, not a range");
+            json values = json::object();
+            for (const auto& s : controlsSets) {
+                auto [id, value] = SplitAssignment(s, "--set");
+                values[id] = ParseValue(value);
+            }
+            json tool = {{"name", controlsTool}, {"type", controlsTool}, {"source", "image"}};
+            if (!values.empty()) tool["inputs"] = values;
+            json flow = {{"size", {w, h}},
+                         {"range", {frame.first, frame.first}},
+                         {"nodes", {{{"name", "image"}, {"type", "Background"}}, tool}}};
+            auto built = Flow::FromJson(flow, "controls");
+            ControlView view(built->ToolOf(controlsTool), w, h, controlsZoom, frame.first);
+            json report;
+            report["lines"] = LinesToJson(view.Draw());
+            if (!controlsJson) {
+                out << "Line work, in image pixels (y up):\n";
+                PrintLines(view.Draw(), out);
+            }
+            report["drags"] = json::array();
+            static const std::regex dragPattern(
+                R"(^\s*(-?[\d.]+)\s*,\s*(-?[\d.]+)\s*:\s*(-?[\d.]+)\s*,\s*(-?[\d.]+)\s*$)");
+            for (const auto& d : drags) {
+                std::smatch m;
+                if (!std::regex_match(d, m, dragPattern))
+                    throw AppError("--drag '" + d + "' is not of the form X1,Y1:X2,Y2");
+                float p[4];
+                for (int i = 0; i < 4; ++i)
+                    p[i] = std::stof(m[i + 1].str());
+                ControlView::DragReport r = view.Drag(p[0], p[1], p[2], p[3]);
+                std::vector<LineWork> after = view.Draw();
+                json entry = {{"from", {p[0], p[1]}},
+                              {"to", {p[2], p[3]}},
+                              {"written", r.written},
+                              {"undo", r.undo},
+                              {"lines", LinesToJson(after)}};
+                entry["hovered"] =
+                    r.control
+                        ? json({{"control", r.control}, {"handle", r.handle}, {"input", r.input}})
+                        : json(nullptr);
+                report["drags"].push_back(entry);
+                if (controlsJson) continue;
+                out << "\nDrag " << d << ":\n";
+                if (!r.control) {
+                    out << "  the press hit no handle\n";
+                    continue;
+                }
+                out << "  handle " << r.handle << " of control " << r.control << " (" << r.input
+                    << ")\n";
+                for (auto it = r.written.begin(); it != r.written.end(); ++it)
+                    out << "  wrote " << it.key() << " = " << it.value().dump() << "\n";
+                for (const auto& u : r.undo)
+                    out << "  undo step \"" << u << "\"\n";
+                out << "  line work after the drag:\n";
+                PrintLines(after, out);
+            }
+            if (controlsJson) out << report.dump(2) << "\n";
+            return 0;
         }
     } catch (const std::exception& e) {
         err << "crate07: " << OneLine(e.what()) << "\n";

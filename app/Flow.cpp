@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "app/AppError.h"
+#include "app/Controls.h"
 #include "app/ImageFiles.h"
 #include "frame/ToolOperator.h"
 #include "frame/WorkImage.h"
@@ -150,7 +151,7 @@ std::string Flow::Where(const Node& node) const {
     return origin_ + ": node " + Quote(node.name);
 }
 
-Operator* Flow::ToolOf(const std::string& name) const {
+ToolOperator* Flow::ToolOf(const std::string& name) const {
     for (const auto& n : nodes_)
         if (n->name == name && n->tool) return n->tool;
     return nullptr;
@@ -297,11 +298,22 @@ void Flow::BuildNode(Node& node, const json& body) {
         }
     } else if (node.type == "Saver") {
         node.kind = Node::Kind::Saver;
-        allowOnly({"name", "type", "path", "input", "comment"});
+        allowOnly({"name", "type", "path", "input", "overlay", "overlay_zoom", "comment"});
         node.path = text("path", true);
         CheckOutputFormat(node.path);
         if (!body.contains("input")) throw AppError(Where(node) + ": needs \"input\"");
         node.input = Resolve(node, "\"input\"", body["input"]);
+        if (body.contains("overlay")) {
+            if (!body["overlay"].is_boolean())
+                throw AppError(Where(node) + ": \"overlay\" is true or false");
+            node.overlay = body["overlay"].get<bool>();
+        }
+        if (body.contains("overlay_zoom")) {
+            const json& z = body["overlay_zoom"];
+            if (!z.is_number() || !(z.get<double>() > 0.0) || z.get<double>() > 64.0)
+                throw AppError(Where(node) + ": \"overlay_zoom\" is a number above 0, at most 64");
+            node.overlayZoom = z.get<double>();
+        }
     } else {
         node.kind = Node::Kind::Tool;
         allowOnly(
@@ -353,6 +365,7 @@ void Flow::BuildTool(Node& node, const json& body) {
                        "; 'crate07 tools' lists the tools");
     }
     Operator* op = doc_.AddTool(reg->Name());
+    op->SetInstanceName(node.name);
     node.tool = dynamic_cast<ToolOperator*>(op);
     if (!node.tool) throw AppError(Where(node) + ": " + Quote(node.type) + " is not a tool");
 
@@ -751,7 +764,16 @@ void Flow::RenderFrame(int frame, bool write) {
         HostRef<Image> image(Evaluate(n.input.node, frame));
         if (!write) continue;
         std::string path = FramePath(n.path, frame);
-        SaveImageFile(*image.get(), path);
+        if (n.overlay) {
+            // The picture as a viewer shows it: the tool's controls drawn over a copy.
+            HostRef<Image> shown(static_cast<Image*>(image->Copy()));
+            ControlView view(nodes_[n.input.node]->tool, shown->width, shown->height, n.overlayZoom,
+                             frame);
+            RasteriseLines(*shown.get(), view.Draw());
+            SaveImageFile(*shown.get(), path);
+        } else {
+            SaveImageFile(*image.get(), path);
+        }
         written_.push_back(path);
     }
     // Only the frame's own images are kept between nodes; stills and patterns stay cached.
@@ -761,6 +783,11 @@ void Flow::RenderFrame(int frame, bool write) {
 
 void Flow::Render(int first, int last, const std::function<void(int, int)>& progress) {
     if (last < first) throw AppError(origin_ + ": the frame range ends before it starts");
+    bool saver = false;
+    for (const auto& n : nodes_)
+        saver = saver || n->kind == Node::Kind::Saver;
+    if (!saver)
+        throw AppError(origin_ + ": the flow has no Saver node, so nothing would be written");
     CheckOutputs(first, last);
     const int total = last - first + 1;
     for (int f = first; f <= last; ++f) {

@@ -43,7 +43,7 @@ class Flow {
 
     FusionDoc& Document() { return doc_; }
     // The operator of a tool node, or null.
-    Operator* ToolOf(const std::string& node) const;
+    ToolOperator* ToolOf(const std::string& node) const;
 
   private:
     struct Ref {
@@ -63,6 +63,8 @@ class Flow {
         HostRef<Image> generated;
         // Saver
         Ref input;
+        bool overlay = false;  // draw the on-screen controls of the tool that feeds it
+        double overlayZoom = 1.0;
         // Tool
         ToolOperator* tool = nullptr;
         std::vector<std::pair<Input*, Ref>> wires;

@@ -1,5 +1,6 @@
 #include "frame/ToolEngine.h"
 
+#include "frame/ScreenControl.h"
 #include "frame/WorkImage.h"
 #include "host/App.h"
 
@@ -40,4 +41,19 @@ void ResizerDispatch(ToolEngine* engine, ResizerChunk routine, int rowCount, voi
     engine->resizerChunk = routine;
     engine->resizerContext = context;
     engine->RunOverRows(&ToolEngine::ResizerRows, rowCount);
+}
+
+ToolOverlay::~ToolOverlay() {
+    for (ScreenControl* c : controls)
+        delete c;
+}
+
+void ToolOverlay::DrawControls() {
+    for (ScreenControl* c : controls)
+        if (c->visible) c->Draw();
+}
+
+void ToolOverlay::ControlEvent(int event, float x, float y) {
+    for (ScreenControl* c : controls)
+        c->HandleEvent(event, x, y);
 }

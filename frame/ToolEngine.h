@@ -3,9 +3,11 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "host/Operator.h"
 
+class ScreenControl;
 class ToolEngine;
 class WorkImage;
 
@@ -74,21 +76,24 @@ class ToolEngine {
     ImagePort outputPort;
 };
 
-// The overlay side of an engine: its on-screen controls.
+// The overlay side of an engine: its on-screen controls, which it owns, and the view they are drawn
+// in (image size, scales and zoom, copied from the viewer before each draw and event).
 class ToolOverlay {
   public:
-    virtual ~ToolOverlay() = default;
-    virtual void DrawControls() {}
-    virtual void ControlEvent(int event, float x, float y) {
-        (void)event;
-        (void)x;
-        (void)y;
-    }
+    ToolOverlay() = default;
+    ToolOverlay(const ToolOverlay&) = delete;
+    ToolOverlay& operator=(const ToolOverlay&) = delete;
+    virtual ~ToolOverlay();
+    // Draws every visible control; engines draw more of their own.
+    virtual void DrawControls();
+    // Passes the event to each control in turn.
+    virtual void ControlEvent(int event, float x, float y);
 
     Operator* op = nullptr;
     int viewWidth = 0, viewHeight = 0;
     double viewScaleX = 1.0, viewScaleY = 1.0;
     double zoom = 1.0;
+    std::vector<ScreenControl*> controls;
 };
 
 // Lets a routine that knows no engine (the resizer) run on an engine's two chunks.

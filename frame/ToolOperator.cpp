@@ -3,6 +3,8 @@
 #include "frame/SmallMaths.h"
 #include "frame/WorkImage.h"
 #include "host/Document.h"
+#include "host/Preview.h"
+#include "host/Registry.h"
 
 namespace {
 
@@ -196,6 +198,8 @@ ToolOperator::ToolOperator(const Registry* reg, const ScriptVal& script, const T
 
 ToolOperator::~ToolOperator() {
     if (currentChunkJob == &job) currentChunkJob = nullptr;
+    RemoveControlSlots(this);
+    if (overlayState.drawing == overlay_) overlayState.drawing = nullptr;
     delete engine_;
 }
 
@@ -321,6 +325,13 @@ void ToolOperator::Process(Request* request) {
 }
 
 void ToolOperator::NotifyChanged(Input* input, Parameter* param, double time, TagList* tags) {
+    // The views that show this input's controls redraw.
+    if (IsControlInput(input)) {
+        controlLock.ObtainReadLock();
+        for (OperatorControl* c : controls)
+            c->InputChanged(input);
+        controlLock.ReleaseReadLock();
+    }
     FusionDoc* doc = Document();
     // A change without a value, or one that arrives while the document is busy, goes no further:
     // not to the handlers and not to the base either.
@@ -352,4 +363,140 @@ void ToolOperator::RefreshValues(double time) {
 void ToolOperator::ProcessChunk(Request* request, long chunk) {
     (void)request;
     RunChunkOf(job, engine_, chunk);
+}
+
+ControlSlot* ToolOperator::NewSlot(std::initializer_list<const char*> inputIDs) {
+    ControlSlot* slot = AddControlSlot(&controlSlots);
+    slot->op = this;
+    int k = 0;
+    for (const char* id : inputIDs) {
+        for (size_t i = 0; i < decl_.rowCount && k < 16; ++i) {
+            if (std::string(decl_.rows[i].id) != id || !rowInputs_[i]) continue;
+            slot->inputs[k] = rowInputs_[i];
+            slot->bindings[k] = decl_.rows[i].binding ? decl_.rows[i].binding(engine_) : nullptr;
+            break;
+        }
+        ++k;
+    }
+    return slot;
+}
+
+void ToolOperator::CopyView(PreviewInfo* info) {
+    if (!overlay_ || !info) return;
+    overlay_->viewWidth = info->imageWidth;
+    overlay_->viewHeight = info->imageHeight;
+    overlay_->viewScaleX = info->xScale != 0.0 ? info->xScale : 1.0;
+    overlay_->viewScaleY = info->yScale != 0.0 ? info->yScale : 1.0;
+    overlay_->zoom = overlay_->viewWidth > 0
+                         ? info->windowWidth / overlay_->viewScaleX / overlay_->viewWidth
+                         : 1.0;
+}
+
+void ToolOperator::AddControls(PreviewInfo* info, TagList* tags) {
+    Operator::AddControls(info, tags);
+    controlLock.ObtainLock();
+    bool found = false;
+    for (OperatorControl* c : controls)
+        found = found || c->info == info;
+    if (!found && ClassRegistry) {
+        auto* c = static_cast<OperatorControl*>(
+            ClassRegistry->New(FuID("OperatorControl"), kControlClass, Document()));
+        if (c) {
+            c->info = info;
+            c->doc = Document();
+            c->op = this;
+            c->SetAttrs(kControlOperator, static_cast<const void*>(this));
+            controls.push_back(c);
+        }
+    }
+    controlLock.ReleaseLock();
+    overlayState.dragArmed = false;
+    overlayState.pressX = overlayState.pressY = 0.0;
+}
+
+void ToolOperator::GLDrawControls(OperatorControl* control, PreviewInfo* info, TagList* tags) {
+    RefreshValues(info ? info->time : kNoTime);
+    overlayState.overlayInfo = info;
+    CopyView(info);
+    if (overlay_ && info && info->mode != 3) {
+        BeginDrawing(info);
+        overlayState.drawing = overlay_;
+        overlay_->DrawControls();
+        overlayState.drawing = nullptr;
+        EndDrawing();
+    }
+    Operator::GLDrawControls(control, info, tags);
+}
+
+int ToolOperator::ControlDown(OperatorControl* control, PreviewInfo* info, TagList* tags) {
+    OverlayState& s = overlayState;
+    s.overlayInfo = info;
+    CopyView(info);
+    s.pressure = 1.0;
+    if (s.dragArmed) {
+        s.pointerX = s.pressX;
+        s.pointerY = s.pressY;
+    } else {
+        s.pointerX = s.pressX = info->pointerX;
+        s.pointerY = s.pressY = info->pointerY;
+    }
+    const bool hit = SendEvent(overlay_);
+    if (hit) s.capturedControl = control;
+    int result = Operator::ControlDown(control, info, tags);
+    if (hit) {
+        if (!s.dragArmed) {
+            s.dragArmed = true;
+            return kControlWantsDrag;
+        }
+        s.dragArmed = false;
+    }
+    s.pressure = 0.0;
+    SendEvent(overlay_);
+    return result;
+}
+
+void ToolOperator::ControlMove(OperatorControl* control, PreviewInfo* info, TagList* tags) {
+    Operator::ControlMove(control, info, tags);
+    OverlayState& s = overlayState;
+    if (control != s.capturedControl) return;
+    s.overlayInfo = info;
+    CopyView(info);
+    s.pointerX = info->pointerX;
+    s.pointerY = info->pointerY;
+    SendEvent(overlay_);
+    if (control->redraw)
+        GLDrawControls(control, info, nullptr);
+    else
+        SendEvent(overlay_);
+}
+
+void ToolOperator::ControlUp(OperatorControl* control, PreviewInfo* info, TagList* tags) {
+    OverlayState& s = overlayState;
+    s.dragArmed = false;
+    if (control != s.capturedControl) {
+        Operator::ControlUp(control, info, tags);
+        return;
+    }
+    s.overlayInfo = info;
+    CopyView(info);
+    s.pressure = 0.0;
+    s.pointerX = info->pointerX;
+    s.pointerY = info->pointerY;
+    SendEvent(overlay_);
+    GLDrawControls(control, info, nullptr);
+    Operator::ControlUp(control, info, tags);
+}
+
+Input* ToolOperator::ControlCommand(OperatorControl* control, PreviewInfo* info,
+                                    const FuID& command, TagList* tags) {
+    if (command != "CCMD_GetInputAt" || !overlay_ || !info)
+        return Operator::ControlCommand(control, info, command, tags);
+    overlayState.overlayInfo = info;
+    CopyView(info);
+    overlayState.pointerX = info->pointerX;
+    overlayState.pointerY = info->pointerY;
+    SendEvent(overlay_);
+    for (ScreenControl* c : overlay_->controls)
+        if (c->hover) return c->InputOfHandle(c->hover);
+    return Operator::ControlCommand(control, info, command, tags);
 }

@@ -4,11 +4,13 @@
 #pragma once
 
 #include <cstddef>
+#include <initializer_list>
 #include <string>
 #include <type_traits>
 #include <vector>
 
 #include "frame/InputBinding.h"
+#include "frame/ScreenControl.h"
 #include "frame/ToolEngine.h"
 #include "host/Operator.h"
 
@@ -168,6 +170,26 @@ class ToolOperator : public ThreadedOperator {
     void Process(Request* request) override;
     void NotifyChanged(Input* input, Parameter* param, double time, TagList* tags) override;
     void ProcessChunk(Request* request, long chunk) override;
+
+    // The viewer's calls, carried to the engine's on-screen controls.
+    void AddControls(PreviewInfo* info, TagList* tags) override;
+    void GLDrawControls(OperatorControl* control, PreviewInfo* info, TagList* tags) override;
+    int ControlDown(OperatorControl* control, PreviewInfo* info, TagList* tags) override;
+    void ControlMove(OperatorControl* control, PreviewInfo* info, TagList* tags) override;
+    void ControlUp(OperatorControl* control, PreviewInfo* info, TagList* tags) override;
+    Input* ControlCommand(OperatorControl* control, PreviewInfo* info, const FuID& command,
+                          TagList* tags) override;
+
+    // Adds an on-screen control of the engine, tied to the inputs of the given rows of the table
+    // (in order), and lists it in the library-wide slots. The engine owns the control.
+    template <class C>
+    C* AddScreenControl(std::initializer_list<const char*> inputIDs) {
+        ControlSlot* slot = NewSlot(inputIDs);
+        C* control = new C(overlay_, slot);
+        overlay_->controls.push_back(control);
+        return control;
+    }
+
     // Re-reads the values of every number and point input at `time` into the engine.
     void RefreshValues(double time);
 
@@ -182,6 +204,8 @@ class ToolOperator : public ThreadedOperator {
     uint8_t firstFrame = 1;
 
   private:
+    ControlSlot* NewSlot(std::initializer_list<const char*> inputIDs);
+    void CopyView(PreviewInfo* info);
     void StoreValue(const InputDecl& row, Parameter* param);
 
     ToolEngine* engine_;

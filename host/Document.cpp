@@ -15,6 +15,7 @@ Operator* FusionDoc::AddTool(const std::string& name) {
     Operator* op = reg->Create();
     if (!op) throw std::runtime_error("tool '" + name + "' could not be made");
     op->SetDocument(this);
+    op->SetInstanceName(reg->PlainName());
     tools_.push_back(op);
     return op;
 }

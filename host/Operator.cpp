@@ -5,6 +5,7 @@
 
 #include "host/App.h"
 #include "host/Document.h"
+#include "host/Preview.h"
 #include "host/Registry.h"
 
 const FuID ThreadedOperator::ClassID("ThreadedOperator");
@@ -181,6 +182,8 @@ Operator::Operator(const Registry* reg, const ScriptVal& script, const TagList& 
 }
 
 Operator::~Operator() {
+    for (OperatorControl* c : controls)
+        c->Recycle();
     for (Input* in : inputs_)
         delete in;
     for (Output* out : outputs_)
@@ -218,6 +221,45 @@ void Operator::NotifyChanged(Input* input, Parameter* param, double time, TagLis
     (void)param;
     (void)time;
     (void)tags;
+}
+
+void Operator::AddControls(PreviewInfo* info, TagList* tags) {
+    (void)info;
+    (void)tags;
+}
+
+void Operator::GLDrawControls(OperatorControl* control, PreviewInfo* info, TagList* tags) {
+    (void)control;
+    (void)info;
+    (void)tags;
+}
+
+int Operator::ControlDown(OperatorControl* control, PreviewInfo* info, TagList* tags) {
+    (void)control;
+    (void)info;
+    (void)tags;
+    return 0;
+}
+
+void Operator::ControlMove(OperatorControl* control, PreviewInfo* info, TagList* tags) {
+    (void)control;
+    (void)info;
+    (void)tags;
+}
+
+void Operator::ControlUp(OperatorControl* control, PreviewInfo* info, TagList* tags) {
+    (void)control;
+    (void)info;
+    (void)tags;
+}
+
+Input* Operator::ControlCommand(OperatorControl* control, PreviewInfo* info, const FuID& command,
+                                TagList* tags) {
+    (void)control;
+    (void)info;
+    (void)command;
+    (void)tags;
+    return nullptr;
 }
 
 bool Operator::GetExtent(TimeExtent& extent, TagList* tags) {

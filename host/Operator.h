@@ -18,6 +18,8 @@ class Request;
 class PreviewInfo;
 class OperatorControl;
 
+constexpr int kControlWantsDrag = 2;
+
 struct ScriptVal {};
 
 // How the value runs from a key to the next one.
@@ -128,6 +130,22 @@ class Operator : public Object {
     virtual void NotifyChanged(Input* input, Parameter* param, double time, TagList* tags);
     virtual bool GetExtent(TimeExtent& extent, TagList* tags);
 
+    // The viewer's calls. AddControls registers a view; GLDrawControls draws the controls over it;
+    // ControlDown, ControlMove and ControlUp carry a press, a drag and a release (ControlDown
+    // answers kControlWantsDrag to ask for the drag); ControlCommand answers the view's questions
+    // (the input under the pointer for "CCMD_GetInputAt").
+    virtual void AddControls(PreviewInfo* info, TagList* tags);
+    virtual void GLDrawControls(OperatorControl* control, PreviewInfo* info, TagList* tags);
+    virtual int ControlDown(OperatorControl* control, PreviewInfo* info, TagList* tags);
+    virtual void ControlMove(OperatorControl* control, PreviewInfo* info, TagList* tags);
+    virtual void ControlUp(OperatorControl* control, PreviewInfo* info, TagList* tags);
+    virtual Input* ControlCommand(OperatorControl* control, PreviewInfo* info, const FuID& command,
+                                  TagList* tags);
+
+    // The name of this instance (a flow's node name), used in undo step names.
+    const std::string& InstanceName() const { return instanceName_; }
+    void SetInstanceName(std::string name) { instanceName_ = std::move(name); }
+
     const Registry* Reg() const { return reg_; }
     FusionDoc* Document() const { return doc_; }
     void SetDocument(FusionDoc* doc) { doc_ = doc; }
@@ -152,6 +170,7 @@ class Operator : public Object {
   private:
     const Registry* reg_;
     FusionDoc* doc_ = nullptr;
+    std::string instanceName_;
     std::vector<std::string> pages_;
     std::vector<Input*> inputs_;
     std::vector<Output*> outputs_;

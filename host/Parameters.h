@@ -120,6 +120,7 @@ class HostRef {
     }
     T* get() const { return p_; }
     T* operator->() const { return p_; }
+    T& operator*() const { return *p_; }
     T* release() {
         T* p = p_;
         p_ = nullptr;

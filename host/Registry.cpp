@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cctype>
 
+#include "host/Preview.h"
+
 RegistryList* ClassRegistry = nullptr;
 
 namespace {
@@ -48,8 +50,7 @@ Registry* RegistryList::Find(const std::string& name) const {
 }
 
 Object* RegistryList::New(const FuID& classID, Tag tag, FusionDoc* doc) {
-    (void)classID;
-    (void)tag;
-    (void)doc;
-    return nullptr;  // on-screen control records arrive with the viewer side of the host
+    if (classID == "OperatorControl" && tag == kControlClass)
+        return new OperatorControl(doc, nullptr);
+    return nullptr;
 }

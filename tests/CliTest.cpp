@@ -102,9 +102,14 @@ TEST_F(CliTest, ToolsAndDescribeComeFromTheRegistrationAndTheTable) {
     EXPECT_EQ(unknown.code, 1);
     EXPECT_NE(unknown.err.find("unknown tool 'Tets' (did you mean 'Test'?)"), std::string::npos)
         << unknown.err;
-    Result later = RunCli({"describe", "Clouds"});
-    EXPECT_EQ(later.code, 1);
-    EXPECT_NE(later.err.find("not available in this build yet"), std::string::npos);
+    // A tool of the pack whose engine is not built yet is named as such.
+    for (const auto& row : ToolClassTable()) {
+        if (row.factory) continue;
+        Result later = RunCli({"describe", row.name + 2});
+        EXPECT_EQ(later.code, 1);
+        EXPECT_NE(later.err.find("not available in this build yet"), std::string::npos);
+        break;
+    }
 }
 
 TEST_F(CliTest, ApplyRendersValuesPresetsAndFrames) {

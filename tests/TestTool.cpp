@@ -24,6 +24,11 @@ uint16_t Clamp15(long v) {
 
 }  // namespace
 
+void TestEngine::ControlEvent(int event, float x, float y) {
+    events.push_back(event);
+    ToolOverlay::ControlEvent(event, x, y);
+}
+
 void TestEngine::FirstFrame() {
     ++firstFrames;
     gain.SetHidden(invert.Flag());
@@ -37,6 +42,8 @@ void TestEngine::Render() {
     secondNamesMain =
         secondPort.inputs[0] != nullptr && secondPort.inputs[0] == firstPort.inputs[0];
     secondIsCopy = matte && matte != firstPort.image && SameImage(matte, firstPort.image);
+    secondWidth = matte ? matte->width : 0;
+    secondHeight = matte ? matte->height : 0;
     if (!out) return;
 
     gainValue_ = gain.Double();
@@ -165,7 +172,10 @@ TestOperator::TestOperator(const Registry* reg, const ScriptVal& script, const T
 
 TestOperator::TestOperator(const Registry* reg, const ScriptVal& script, const TagList& tags,
                            TestEngine* engine)
-    : ToolOperator(reg, script, tags, engine, engine, TestToolDecl()) {}
+    : ToolOperator(reg, script, tags, engine, engine, TestToolDecl()) {
+    // One on-screen control: a cross at "Centre".
+    AddScreenControl<PointControl>({"Cent"});
+}
 
 void TestOperator::ProcessChunk(Request* request, long chunk) {
     {

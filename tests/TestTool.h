@@ -30,6 +30,9 @@ class TestEngine : public ToolEngine, public ToolOverlay {
 
     void Render() override;
     void FirstFrame() override;
+    // Records each event before the controls see it.
+    void ControlEvent(int event, float x, float y) override;
+    std::vector<int> events;
 
     // Handlers of the notifying inputs.
     void OnDemo(double time);
@@ -58,6 +61,7 @@ class TestEngine : public ToolEngine, public ToolOverlay {
     bool sawMatte = false;         // the second port held an image of its own input
     bool secondIsCopy = false;     // the second port held an image equal to the first, not the same
     bool secondNamesMain = false;  // the second port's input slot named the main input
+    int secondWidth = 0, secondHeight = 0;  // the size of the second port's image, if any
 
     // Set by a test: Render raises the operator's abort flag between its two passes.
     static std::atomic<bool> abortMidRender;

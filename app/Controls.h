@@ -1,0 +1,48 @@
+// A view of one tool's on-screen controls, driven as a viewer drives them: draw, press, drag,
+// release. Used by `crate07 controls` and by overlays drawn into rendered pictures.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "host/Preview.h"
+
+class Image;
+class ToolOperator;
+
+class ControlView {
+  public:
+    // A view of `op` showing an image of width x height at `zoom` view pixels per image pixel, at
+    // frame `time`.
+    ControlView(ToolOperator* op, int width, int height, double zoom, double time);
+    ~ControlView();
+
+    // The controls' line work, in image pixels (y up).
+    std::vector<LineWork> Draw();
+
+    struct DragReport {
+        int control = 0;  // 1-based, 0 when the press hit nothing
+        int handle = 0;
+        std::string input;                                  // the ID of the input the handle sets
+        nlohmann::json written = nlohmann::json::object();  // ID -> new value
+        std::vector<std::string> undo;                      // undo steps the drag made
+    };
+    // Press at (x1, y1), one move to (x2, y2), release there; image pixels, y up.
+    DragReport Drag(float x1, float y1, float x2, float y2);
+
+  private:
+    void PointerAt(float x, float y);
+
+    ToolOperator* op_;
+    PreviewInfo info_;
+    OperatorControl* control_ = nullptr;
+};
+
+nlohmann::json LinesToJson(const std::vector<LineWork>& lines);
+void PrintLines(const std::vector<LineWork>& lines, std::ostream& out);
+
+// Draws the line work into the image, one pixel wide, in the lines' colours.
+void RasteriseLines(Image& image, const std::vector<LineWork>& lines);

@@ -131,13 +131,21 @@ bool IsTerminal(std::ostream& err) {
     return &err == &std::cerr && ::isatty(2);
 }
 
-int RenderFlow(Flow& flow, FrameRange frames, bool quiet, std::ostream& out, std::ostream& err) {
+int RenderFlow(Flow& flow, FrameRange frames, bool fromStart, bool quiet, std::ostream& out,
+               std::ostream& err) {
     if (!frames.given) {
         frames.first = static_cast<int>(flow.Start());
         frames.last = static_cast<int>(flow.End());
     }
     ProgressLine progress(err, !quiet && IsTerminal(err));
     try {
+        // Tools that keep state between renders see the frames before the first one asked for,
+        // which are rendered and not written.
+        if (fromStart && flow.Start() < frames.first) {
+            if (!quiet && IsTerminal(err))
+                err << "running up frames " << flow.Start() << " to " << frames.first - 1 << "\n";
+            flow.Advance(static_cast<int>(flow.Start()), frames.first - 1);
+        }
         flow.Render(frames.first, frames.last, std::ref(progress));
     } catch (const Interrupted& e) {
         if (progress.Shown()) err << "\n";
@@ -194,6 +202,9 @@ int RunCommandLine(int argc, char** argv, std::ostream& out, std::ostream& err) 
     render->add_option("--threads", threads, "processors the image operators split over")
         ->check(CLI::Range(1, 256));
     render->add_flag("-q,--quiet", quiet, "no progress and no summary");
+    bool fromStart = false;
+    render->add_flag("--from-start", fromStart,
+                     "first render (and discard) the frames from the flow's start");
 
     auto* apply = app.add_subcommand("apply", "one tool on one picture");
     std::string applyTool, output, inputImage, sizeText, colourText = "0,0,0,0", preset, frameText;
@@ -209,7 +220,12 @@ int RunCommandLine(int argc, char** argv, std::ostream& out, std::ostream& err) 
     imageOption->excludes(sizeOption);
     apply->add_option("--input", inputs, "NAME=IMAGE for a further image input");
     apply->add_option("--set", sets, "ID=VALUE for an input");
-    apply->add_option("--preset", preset, "a \"Demos\" entry, by its text");
+    apply->add_option("--preset", preset,
+                      "a \"Demos\" entry, by its text; ENTRY@F chooses it before frame F");
+    std::vector<std::string> presses;
+    apply->add_option("--press", presses, "ID@F: press a button before frame F renders");
+    apply->add_flag("--from-start", fromStart,
+                    "first render (and discard) the frames from frame 1 up to the first asked for");
     auto* framesOption = apply->add_option("--frames", framesText, "frames A-B");
     apply->add_option("--frame", frameText, "one frame")->excludes(framesOption);
     apply->add_option("--threads", threads, "processors the image operators split over")
@@ -269,7 +285,7 @@ int RunCommandLine(int argc, char** argv, std::ostream& out, std::ostream& err) 
             auto flow = Flow::Load(flowPath);
             FrameRange frames;
             if (!framesText.empty()) frames = ParseFrames(framesText, "--frames");
-            return RenderFlow(*flow, frames, quiet, out, err);
+            return RenderFlow(*flow, frames, fromStart, quiet, out, err);
         }
         if (*apply) {
             FindToolOrThrow(applyTool);
@@ -281,7 +297,7 @@ int RunCommandLine(int argc, char** argv, std::ostream& out, std::ostream& err) 
                 throw AppError("--frame takes one frame; use --frames A-B for a range");
 
             json flow;
-            flow["range"] = {frames.first, frames.last};
+            flow["range"] = {fromStart ? std::min(1, frames.first) : frames.first, frames.last};
             json nodes = json::array();
             if (!inputImage.empty()) {
                 nodes.push_back({{"name", "image"}, {"type", "Loader"}, {"path", inputImage}});
@@ -317,7 +333,26 @@ int RunCommandLine(int argc, char** argv, std::ostream& out, std::ostream& err) 
                 values[id] = ParseValue(value);
             }
             if (!values.empty()) tool["inputs"] = values;
-            if (!preset.empty()) tool["preset"] = preset;
+            if (!preset.empty()) {
+                size_t at = preset.rfind('@');
+                if (at == std::string::npos) {
+                    tool["preset"] = preset;
+                } else {
+                    FrameRange f = ParseFrames(preset.substr(at + 1), "--preset");
+                    tool["presets"] = {{{"entry", preset.substr(0, at)}, {"frame", f.first}}};
+                }
+            }
+            json press = json::object();
+            for (const auto& p : presses) {
+                size_t at = p.rfind('@');
+                std::string id = at == std::string::npos ? p : p.substr(0, at);
+                int frame = at == std::string::npos
+                                ? frames.first
+                                : ParseFrames(p.substr(at + 1), "--press").first;
+                if (id.empty()) throw AppError("--press '" + p + "' is not of the form ID@F");
+                press[id].push_back(frame);
+            }
+            if (!press.empty()) tool["press"] = press;
             nodes.push_back(tool);
             json saver = {
                 {"name", "output"}, {"type", "Saver"}, {"input", applyTool}, {"path", output}};
@@ -328,7 +363,7 @@ int RunCommandLine(int argc, char** argv, std::ostream& out, std::ostream& err) 
             nodes.push_back(saver);
             flow["nodes"] = nodes;
             auto built = Flow::FromJson(flow, "apply");
-            return RenderFlow(*built, frames, quiet, out, err);
+            return RenderFlow(*built, frames, fromStart, quiet, out, err);
         }
         if (*controlsCmd) {
             FindToolOrThrow(controlsTool);

@@ -316,8 +316,8 @@ void Flow::BuildNode(Node& node, const json& body) {
         }
     } else {
         node.kind = Node::Kind::Tool;
-        allowOnly(
-            {"name", "type", "inputs", "preset", "preset_input", "connect", "source", "comment"});
+        allowOnly({"name", "type", "inputs", "preset", "preset_input", "presets", "press",
+                   "connect", "source", "comment"});
         BuildTool(node, body);
     }
 }
@@ -382,6 +382,7 @@ void Flow::BuildTool(Node& node, const json& body) {
         }
         ApplyPreset(node, body["preset"].get<std::string>(), inputName);
     }
+    ReadActions(node, body);
     if (body.contains("inputs")) {
         const json& inputs = body["inputs"];
         if (!inputs.is_object())
@@ -579,14 +580,86 @@ void Flow::SetInputValue(Node& node, const std::string& key, const json& value) 
     in->SetConstant(v[0], v[1]);
 }
 
-void Flow::ApplyPreset(Node& node, const std::string& entry, const std::string& inputName) {
+Input* Flow::PresetInput(Node& node, const std::string& inputName, const std::string& entry,
+                         double* value) {
     std::vector<Input*> found = FindInputs(node.tool, inputName);
     if (found.empty() || ControlKind(found.front()) != "ComboControl")
         throw AppError(Where(node) + ": " + node.type + " has no presets (no combo " +
                        Quote(inputName) + ")");
-    Input* in = found.front();
     double v[2];
-    ToValue(in, json(entry), v, Where(node) + ": preset");
+    ToValue(found.front(), json(entry), v, Where(node) + ": preset");
+    *value = v[0];
+    return found.front();
+}
+
+void Flow::ReadActions(Node& node, const json& body) {
+    if (body.contains("press")) {
+        const json& press = body["press"];
+        if (!press.is_object())
+            throw AppError(Where(node) + ": \"press\" maps buttons to a frame or a list of frames");
+        for (auto it = press.begin(); it != press.end(); ++it) {
+            std::vector<Input*> found = FindInputs(node.tool, it.key());
+            if (found.empty() || ControlKind(found.front()) != "ButtonControl") {
+                std::vector<std::string> buttons;
+                for (Input* in : node.tool->Inputs())
+                    if (ControlKind(in) == "ButtonControl") buttons.push_back(in->ID().str());
+                std::string near = Nearest(it.key(), buttons);
+                throw AppError(Where(node) + ": " + node.type + " has no button " +
+                               Quote(it.key()) +
+                               (near.empty() ? "" : " (did you mean " + Quote(near) + "?)"));
+            }
+            json frames = it.value().is_array() ? it.value() : json::array({it.value()});
+            for (const json& f : frames) {
+                Node::Action a;
+                a.frame = FrameNumber(f, Where(node) + ": \"press\" " + Quote(it.key()));
+                a.input = found.front();
+                node.actions.push_back(a);
+            }
+        }
+    }
+    if (body.contains("presets")) {
+        const json& presets = body["presets"];
+        if (!presets.is_array())
+            throw AppError(Where(node) + ": \"presets\" is a list of {\"entry\": …, \"frame\": …}");
+        for (const json& p : presets) {
+            if (!p.is_object() || !p.contains("entry") || !p["entry"].is_string() ||
+                !p.contains("frame"))
+                throw AppError(Where(node) +
+                               ": a timed preset is {\"entry\": text, \"frame\": "
+                               "frame}");
+            std::string inputName = p.value("input", std::string("Demos"));
+            Node::Action a;
+            a.button = false;
+            a.frame = FrameNumber(p["frame"], Where(node) + ": preset");
+            a.input = PresetInput(node, inputName, p["entry"].get<std::string>(), &a.value);
+            node.actions.push_back(a);
+        }
+    }
+    std::stable_sort(
+        node.actions.begin(), node.actions.end(),
+        [](const Node::Action& a, const Node::Action& b) { return a.frame < b.frame; });
+}
+
+void Flow::RunActions(int frame) {
+    // Actions due at this frame, and any due earlier that were not yet run (the render began
+    // later), in the order of their frames.
+    for (auto& n : nodes_) {
+        for (auto& a : n->actions) {
+            if (a.done || a.frame > frame) continue;
+            a.done = true;
+            doc_.currentTime = frame;
+            AutoNumber v(a.value);
+            a.input->SetSource(&v, kWholeValue, 0, 0);
+            // A button springs back without a further notification.
+            if (a.button) a.input->SetConstant(0.0);
+        }
+    }
+}
+
+void Flow::ApplyPreset(Node& node, const std::string& entry, const std::string& inputName) {
+    double value = 0.0;
+    Input* in = PresetInput(node, inputName, entry, &value);
+    double v[2] = {value, 0.0};
     // Chosen as a user would choose it: the value as a whole, with the notification at the
     // document's current frame, so that the tool's handler writes the preset.
     AutoNumber n(v[0]);
@@ -757,6 +830,8 @@ Image* Flow::Evaluate(size_t index, double time) {
 void Flow::RenderFrame(int frame, bool write) {
     if (GetApp()->interrupted.load())
         throw Interrupted("interrupted before frame " + std::to_string(frame));
+    doc_.currentTime = frame;
+    RunActions(frame);
     doc_.currentTime = frame;
     for (size_t k = 0; k < nodes_.size(); ++k) {
         Node& n = *nodes_[k];

@@ -68,6 +68,15 @@ class Flow {
         // Tool
         ToolOperator* tool = nullptr;
         std::vector<std::pair<Input*, Ref>> wires;
+        // Buttons pressed and presets chosen before a frame renders.
+        struct Action {
+            int frame = 0;
+            Input* input = nullptr;
+            double value = 1.0;
+            bool button = true;
+            bool done = false;
+        };
+        std::vector<Action> actions;
         // The image of the frame in progress.
         double memoTime = -1e300;
         HostRef<Image> memo;
@@ -80,6 +89,10 @@ class Flow {
     void Wire(Node& node, const nlohmann::json& body);
     void SetInputValue(Node& node, const std::string& key, const nlohmann::json& value);
     void ApplyPreset(Node& node, const std::string& entry, const std::string& inputName);
+    Input* PresetInput(Node& node, const std::string& inputName, const std::string& entry,
+                       double* value);
+    void ReadActions(Node& node, const nlohmann::json& body);
+    void RunActions(int frame);
     Ref Resolve(const Node& from, const std::string& what, const nlohmann::json& ref) const;
     void CheckOutputs(int first, int last) const;
     void RenderFrame(int frame, bool write);

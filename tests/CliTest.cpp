@@ -74,7 +74,7 @@ TEST_F(CliTest, ToolsAndDescribeComeFromTheRegistrationAndTheTable) {
     for (const auto& i : d["inputs"])
         ids.push_back(i["id"]);
     EXPECT_EQ(ids, (std::vector<std::string>{"Demo", "Gain", "Invt", "Mode", "TinR", "TinG", "TinB",
-                                             "TinA", "Cent", "Seed"}));
+                                             "TinA", "Cent", "Seed", "Bump"}));
     const auto& gain = d["inputs"][1];
     EXPECT_EQ(gain["kind"], "slider");
     EXPECT_EQ(gain["scale"], nlohmann::json({0.0, 2.0}));
@@ -95,7 +95,8 @@ TEST_F(CliTest, ToolsAndDescribeComeFromTheRegistrationAndTheTable) {
     Result text = RunCli({"describe", "Q9Test"});
     ASSERT_EQ(text.code, 0) << text.err;
     EXPECT_LT(text.out.find("Gain"), text.out.find("Invt"));
-    EXPECT_NE(text.out.find("entries: 0 \"Copy\", 1 \"Add\", 2 \"Stripes\""), std::string::npos);
+    EXPECT_NE(text.out.find("entries: 0 \"Copy\", 1 \"Add\", 2 \"Stripes\", 3 \"Count\""),
+              std::string::npos);
     EXPECT_NE(text.out.find("\"Matte\" (ID Matte), connector 2, optional"), std::string::npos);
 
     Result unknown = RunCli({"describe", "Tets"});
@@ -203,6 +204,53 @@ TEST_F(CliTest, BadInputGetsAOneLineErrorAndNothingIsLost) {
     auto before = fs::last_write_time(Path("in.png"));
     fails({"apply", "Test", "-i", Path("in.png"), "-o", Path("in.png")}, "would overwrite");
     EXPECT_EQ(fs::last_write_time(Path("in.png")), before);
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(CliTest, ButtonsTimedPresetsAndRenderingFromTheStart) {
+    auto red = [&](const std::string& name) { return FirstPixel(Path(name))[0]; };
+    // "Count" keeps a count of renders, as the particle tools keep their particles: frame k of a
+    // run from frame 1 holds k, exported as 2k.
+    ASSERT_EQ(RunCli({"apply", "Test", "--size", "2x2", "--set", "Mode=Count", "--frames", "1-5",
+                      "-o", Path("a_#.png"), "-q"})
+                  .code,
+              0);
+    EXPECT_EQ(red("a_1.png"), 2);
+    EXPECT_EQ(red("a_5.png"), 10);
+    // Frames 4-5 alone start from an empty state; with --from-start they equal the full run.
+    ASSERT_EQ(RunCli({"apply", "Test", "--size", "2x2", "--set", "Mode=Count", "--frames", "4-5",
+                      "-o", Path("b_#.png"), "-q"})
+                  .code,
+              0);
+    EXPECT_EQ(red("b_4.png"), 2);
+    Result r = RunCli({"apply", "Test", "--size", "2x2", "--set", "Mode=Count", "--frames", "4-5",
+                       "--from-start", "-o", Path("c_#.png"), "-q"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_EQ(red("c_4.png"), red("a_4.png"));
+    EXPECT_EQ(red("c_5.png"), red("a_5.png"));
+    EXPECT_FALSE(fs::exists(Path("c_3.png")));
+
+    // A button pressed before frame 3 renders starts the count again.
+    r = RunCli({"apply", "Test", "--size", "2x2", "--set", "Mode=Count", "--frames", "1-5",
+                "--press", "Bump@3", "-o", Path("p_#.png"), "-q"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_EQ(red("p_2.png"), 4);
+    EXPECT_EQ(red("p_3.png"), 2);
+    EXPECT_EQ(red("p_5.png"), 6);
+
+    // A preset chosen before frame 2: Gain 0.25 and Invert from then on.
+    r = RunCli({"apply", "Test", "--size", "2x2", "--colour", "1000,1000,1000,65535", "--preset",
+                "First@2", "--frames", "1-2", "-o", Path("q_#.png"), "-q"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_EQ(red("q_1.png"), 1000);
+    EXPECT_EQ(red("q_2.png"), (32642 >> 14) | (32642 * 2));
+
+    r = RunCli({"apply", "Test", "--size", "2x2", "--press", "Bmp@2", "-o", Path("x.png")});
+    EXPECT_EQ(r.code, 1);
+    EXPECT_NE(r.err.find("has no button 'Bmp' (did you mean 'Bump'?)"), std::string::npos) << r.err;
 }
 
 }  // namespace

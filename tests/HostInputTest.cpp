@@ -168,7 +168,7 @@ TEST(HostInput, DeclaredInputs) {
     for (Input* in : t.op->Inputs())
         ids.push_back(in->ID().str());
     EXPECT_EQ(ids, (std::vector<std::string>{"Demo", "Gain", "Invt", "Mode", "TinR", "TinG", "TinB",
-                                             "TinA", "Cent", "Seed", "Source", "Matte"}));
+                                             "TinA", "Cent", "Seed", "Bump", "Source", "Matte"}));
     ASSERT_EQ(t.op->Outputs().size(), 1u);
     EXPECT_EQ(t.op->MainOutput()->ID(), "Output");
     EXPECT_EQ(t.op->MainOutput()->GetAttr(kInConnector), 1);
@@ -196,7 +196,7 @@ TEST(HostInput, DeclaredInputs) {
     EXPECT_EQ(invert.GetInt(kInAnimatable, 1), 0);
 
     EXPECT_EQ(t.In("Mode")->Attrs().GetAllText(kInComboEntry),
-              (std::vector<std::string>{"Copy", "Add", "Stripes"}));
+              (std::vector<std::string>{"Copy", "Add", "Stripes", "Count"}));
 
     const TagList& blue = t.In("TinB")->Attrs();
     EXPECT_EQ(blue.GetText(kInControlKind), "ColorControl");

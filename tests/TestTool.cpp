@@ -36,6 +36,7 @@ void TestEngine::FirstFrame() {
 
 void TestEngine::Render() {
     ++renders;
+    ++sinceBump;
     WorkImage* out = outputPort.image;
     WorkImage* matte = secondPort.image;
     sawMatte = matte && secondPort.inputs[0] && secondPort.inputs[0] != firstPort.inputs[0];
@@ -83,6 +84,7 @@ void TestEngine::ShadeRows(int first, int last) {
                 } else {
                     v = TruncateToInt(p[c] * gainValue_);
                     if (modeValue_ == 2) v += tints[c];
+                    if (modeValue_ == 4) v = c == 0 ? sinceBump : 0;
                 }
                 uint16_t s = Clamp15(v);
                 p[c] = invertOn_ ? static_cast<uint16_t>(32767 - s) : s;
@@ -105,6 +107,15 @@ void TestEngine::OnDemo(double time) {
 void TestEngine::OnInvert(double time) {
     calls.push_back({"Invt", time, demo.Int(), gain.Double()});
     gain.SetHidden(invert.Flag());
+}
+
+void TestEngine::OnBump(double time) {
+    (void)time;
+    // A press counts when the value is above one half.
+    if (bump.Int() > 0 || bump.Double() > 0.5) {
+        ++bumps;
+        sinceBump = 0;
+    }
 }
 
 void TestEngine::OnTint(double time) {
@@ -134,7 +145,7 @@ const ToolDecl& TestToolDecl() {
             .Notify()
             .Bind<&TestEngine::invert>()
             .OnChange<&TestEngine::OnInvert>(),
-        Combo("Mode", "Mode", 0, 0.0, {"Copy", "Add", "Stripes"})
+        Combo("Mode", "Mode", 0, 0.0, {"Copy", "Add", "Stripes", "Count"})
             .StoreAs(Store::Index1, 1.0)
             .Bind<&TestEngine::mode>(),
         ColourChannel("TinR", "Tint", 1, 1, 0, 1.0)
@@ -159,6 +170,10 @@ const ToolDecl& TestToolDecl() {
             .Fixed()
             .StoreAs(Store::Int)
             .Bind<&TestEngine::seed>(),
+        Button("Bump", "Bump", 1)
+            .Notify()
+            .Bind<&TestEngine::bump>()
+            .OnChange<&TestEngine::OnBump>(),
         ImageIn("Source", "Source", 1),
         ImageIn("Matte", "Matte", 2).Optional(),
         ImageOut("Output", "Output", 1),

@@ -4,7 +4,9 @@
 // Render, on the output (which starts as a copy of Source):
 //   red, green and blue become trunc(sample * Gain) clamped to 32767 ("Copy"), plus the Tint
 //   channel clamped to 32767 ("Add"), or the Tint colour in the columns that the Seed picks
-//   ("Stripes"); then, with Invert on, 32767 minus that. Alpha stays as it came.
+//   ("Stripes"), or red the number of renders since the last press of "Bump" ("Count", a state kept
+//   between renders as the particle tools keep theirs); then, with Invert on, 32767 minus that.
+//   Alpha stays as it came.
 //   A connected Matte then gives the output its alpha.
 #pragma once
 
@@ -53,6 +55,10 @@ class TestEngine : public ToolEngine, public ToolOverlay {
     ColourInputBinding tint;
     SingleInputBinding centre;
     SingleInputBinding seed;
+    SingleInputBinding bump;
+    void OnBump(double time);
+    int sinceBump = 0;
+    int bumps = 0;
 
     std::vector<HandlerCall> calls;
     int firstFrames = 0;

@@ -789,24 +789,10 @@ Image* Flow::Evaluate(size_t index, double time) {
             return nullptr;
         case Node::Kind::Tool: {
             Request request(node.tool, time);
-            const Image* main = nullptr;
-            std::string mainName;
+            // Further images of another size are scaled to the main image's size on import.
             for (const auto& w : node.wires) {
                 HostRef<Image> image(Evaluate(w.second.node, time));
-                if (!image) continue;
-                if (!main) {
-                    main = image.get();
-                    mainName = w.first->Name().str();
-                } else if (!importResizer &&
-                           (image->width != main->width || image->height != main->height)) {
-                    throw AppError(Where(node) + ": the image at " + Quote(w.first->Name().str()) +
-                                   " is " + std::to_string(image->width) + "x" +
-                                   std::to_string(image->height) + " but " + Quote(mainName) +
-                                   " is " + std::to_string(main->width) + "x" +
-                                   std::to_string(main->height) +
-                                   "; scaling an image of another size is not available yet");
-                }
-                request.SetInputImage(w.first, image.get());
+                if (image) request.SetInputImage(w.first, image.get());
             }
             node.tool->Process(&request);
             Parameter* out = request.TakeOutputData(node.tool->MainOutput());

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "frame/RecursiveGaussian.h"
 #include "frame/SmallMaths.h"
 #include "frame/ToolEngine.h"
 #include "host/App.h"
@@ -153,6 +154,27 @@ void WorkImage::MixColourRows(int first, int last) {
                 d[x * 4 + k] = static_cast<uint16_t>((d[x * 4 + k] * g + c[k]) >> 15);
         }
     }
+}
+
+void WorkImage::GaussianBlur(float radius, WorkImage* source, int direction, int withAlpha) {
+    if (direction < 0 || direction > 2) return;
+    if (source && (source->width != width || source->height != height)) return;
+    blurSigma = GaussianSigma(radius);
+    // A pass reads a line whole before it writes it, so it may read the image it writes: the
+    // second pass of direction 2 needs no copy of the first pass's result.
+    if (direction != 1) {
+        blurSource = source ? source : this;
+        RunOverRows(withAlpha ? &WorkImage::GaussianBlurLines<false, true>
+                              : &WorkImage::GaussianBlurLines<false, false>,
+                    height);
+    }
+    if (direction != 0) {
+        blurSource = direction == 1 && source ? source : this;
+        RunOverRows(withAlpha ? &WorkImage::GaussianBlurLines<true, true>
+                              : &WorkImage::GaussianBlurLines<true, false>,
+                    width);
+    }
+    blurSource = nullptr;
 }
 
 void WorkImage::RunOverRows(void (WorkImage::*routine)(int, int), int rowCount) {

@@ -25,11 +25,18 @@ class WorkImage {
     void MixFrom(float amount, WorkImage* source);
     // The colour words hold two samples each, the first-named in the low half.
     void MixColour(float amount, uint32_t redGreen, uint32_t blueAlpha);
+    // Blurs rows (direction 0), columns (1) or rows and then columns (2) with a standard deviation
+    // of radius / 4 + 0.05 pixels; the first pass reads `source` (of this size) or, if null, this
+    // image. withAlpha 0 leaves the alpha of this image as it is. Other directions do nothing.
+    void GaussianBlur(float radius, WorkImage* source, int direction, int withAlpha);
 
     // Row routines of the threaded operators.
     void CopyAlphaRows(int first, int last);
     void MixFromRows(int first, int last);
     void MixColourRows(int first, int last);
+    // A pass of the blur over rows or columns first..last (RecursiveGaussian.cpp).
+    template <bool Columns, bool WithAlpha>
+    void GaussianBlurLines(int first, int last);
 
     // Splits `rowCount` rows of this image over as many chunks as the host has processors.
     void RunOverRows(void (WorkImage::*routine)(int, int), int rowCount);
@@ -65,7 +72,7 @@ WorkImage* ImportImage(Image* source, WorkImage* like, bool makeNew, ToolEngine*
 // A new host image like `model` holding `work`, each word v as (v >> 14) | (v * 2), at most 65535.
 Image* ExportImage(Image* model, WorkImage* work);
 
-// Scales `from` into `to` (of another size) for the import. Installed by the resizer; while it is
-// absent the host refuses images of another size before a render begins.
+// Scales `from` into `to` (of another size) for the import. The resizer installs itself here while
+// the program starts.
 using ImportResizer = void (*)(WorkImage* from, WorkImage* to, ToolEngine* engine);
 extern ImportResizer importResizer;

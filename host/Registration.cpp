@@ -3,6 +3,8 @@
 #include <deque>
 #include <memory>
 
+#include "clouds/Clouds.h"
+
 namespace {
 
 struct Entry {
@@ -24,7 +26,7 @@ const void* Address(OperatorFactory f) {
 const std::vector<ToolClassRow>& ToolClassTable() {
     static const std::vector<ToolClassRow> table = {
         {"Q9.Clouds", "Q9Clouds", "Cld", 201, "Creates cloud textures.",
-         "Vantreel_DF.chm::/dfHTML/Clouds.html", nullptr},
+         "Vantreel_DF.chm::/dfHTML/Clouds.html", &MakeTool<CloudsOperator>},
         {"Q9.Glass", "Q9Glass", "Glas", 202, "Looking through textured glass.",
          "Vantreel_DF.chm::/dfHTML/Glass.html", nullptr},
         {"Q9.Kal", "Q9Kal", "Kal", 203, "Lookimg through a Kalieodscope.",

@@ -215,11 +215,11 @@ void Flow::Build(const json& flow) {
     for (size_t k = 0; k < nodes_.size(); ++k)
         if (nodes_[k]->kind == Node::Kind::Tool) Wire(*nodes_[k], flow["nodes"][k]);
 
-    bool saver = false;
     for (const auto& n : nodes_)
-        saver = saver || n->kind == Node::Kind::Saver;
-    if (!saver)
-        throw AppError(origin_ + ": the flow has no Saver node, so nothing would be written");
+        if (n->kind == Node::Kind::Saver && n->overlay &&
+            nodes_[n->input.node]->kind != Node::Kind::Tool)
+            throw AppError(Where(*n) + ": \"overlay\" draws a tool's controls, but its input " +
+                           Quote(nodes_[n->input.node]->name) + " is not a tool");
 
     // Wires must not form a loop.
     std::vector<int> state(nodes_.size(), 0);

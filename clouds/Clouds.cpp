@@ -1,5 +1,7 @@
 #include "clouds/Clouds.h"
 
+#include "clouds/CloudsControls.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -488,6 +490,17 @@ void CloudsEngine::CompositeRows(int first, int last) {
 
 void CloudsEngine::DrawControls() {
     PlaceBeam(viewWidth, viewHeight);
+    if (scaleControl) {
+        scaleControl->centreX = beam.centreX;
+        scaleControl->centreY = beam.centreY;
+        scaleControl->rotation = static_cast<float>(rotateInput.Double());
+    }
+    // The light, its target and the beam are shown for lit clouds only.
+    const int lit = litInput.Flag() ? 1 : 0;
+    for (ScreenControl* c :
+         {static_cast<ScreenControl*>(lightControl), static_cast<ScreenControl*>(targetControl),
+          static_cast<ScreenControl*>(beamControl)})
+        if (c) c->visible = lit;
     ToolOverlay::DrawControls();
 }
 
@@ -608,4 +621,17 @@ CloudsOperator::CloudsOperator(const Registry* reg, const ScriptVal& script, con
 
 CloudsOperator::CloudsOperator(const Registry* reg, const ScriptVal& script, const TagList& tags,
                                CloudsEngine* engine)
-    : ToolOperator(reg, script, tags, engine, engine, CloudsToolDecl()) {}
+    : ToolOperator(reg, script, tags, engine, engine, CloudsToolDecl()) {
+    // The centre marker, the scale box about it, and for lit clouds the light, its target and the
+    // beam.
+    engine->centreControl = AddScreenControl<PointControl>({"Ceer"});
+    engine->scaleControl = AddScreenControl<BoxControl>({"With", "Heht"});
+    engine->lightControl = AddScreenControl<PointControl>({"Lios"});
+    engine->targetControl = AddScreenControl<PointControl>({"Liet"});
+    engine->beamControl = AddScreenControl<BeamControl>({"Spad", "Faff"});
+    engine->beamControl->engine = engine;
+    engine->lightControl->red = engine->lightControl->green = 65535;
+    engine->lightControl->blue = 0;
+    engine->beamControl->red = engine->beamControl->green = 65535;
+    engine->beamControl->blue = 0;
+}

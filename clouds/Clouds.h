@@ -17,6 +17,10 @@
 
 class WorkImage;
 
+class BeamControl;
+class BoxControl;
+class PointControl;
+
 class CloudsEngine : public ToolEngine, public ToolOverlay {
   public:
     CloudsEngine();
@@ -120,6 +124,13 @@ class CloudsEngine : public ToolEngine, public ToolOverlay {
     };
     BeamGeometry beam;
     void PlaceBeam(int viewW, int viewH);
+
+    // The on-screen controls (owned by the overlay's list).
+    PointControl* centreControl = nullptr;
+    BoxControl* scaleControl = nullptr;
+    PointControl* lightControl = nullptr;
+    PointControl* targetControl = nullptr;
+    BeamControl* beamControl = nullptr;
 
   private:
     void ReadValues();

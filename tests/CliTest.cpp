@@ -254,3 +254,42 @@ TEST_F(CliTest, ButtonsTimedPresetsAndRenderingFromTheStart) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(CliTest, ControlsReportLineWorkAndDrags) {
+    // The test tool's one control is a cross at "Centre"; the picture is 100x50.
+    Result r = RunCli({"controls", "Test", "--size", "100x50", "--set", "Cent=0.2,0.4", "--drag",
+                       "20,20:60,10", "--drag", "1,1:5,5", "--json"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    auto report = nlohmann::json::parse(r.out);
+    bool handle = false;
+    for (const auto& l : report["lines"])
+        if (l["mode"] == "loop") {
+            // The handle's square, 8 view pixels wide, around (20, 20).
+            EXPECT_EQ(l["points"][0], nlohmann::json({16.0, 16.0}));
+            EXPECT_EQ(l["points"][2], nlohmann::json({24.0, 24.0}));
+            handle = true;
+        }
+    EXPECT_TRUE(handle);
+    const auto& drag = report["drags"][0];
+    EXPECT_EQ(drag["hovered"]["input"], "Cent");
+    EXPECT_EQ(drag["written"]["Cent"], nlohmann::json({0.6, 0.2}));
+    EXPECT_EQ(drag["undo"], nlohmann::json({"Test: Centre"}));
+    EXPECT_TRUE(report["drags"][1]["hovered"].is_null());
+    EXPECT_TRUE(report["drags"][1]["written"].empty());
+
+    // The overlay drawn into a picture: the handle's outline in white over black.
+    r = RunCli({"apply", "Test", "--size", "100x50", "--colour", "0,0,0,65535", "--overlay", "-o",
+                Path("overlay.png"), "-q"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    HostRef<Image> shown(LoadImageFile(Path("overlay.png")));
+    EXPECT_EQ(shown->Row(21)[46 * 4], 65535);  // the square's left side, x = 46, y = 21
+    EXPECT_EQ(shown->Row(5)[5 * 4], 0);
+
+    r = RunCli({"controls", "Test", "--drag", "1,2"});
+    EXPECT_EQ(r.code, 1);
+    EXPECT_NE(r.err.find("--drag '1,2' is not of the form X1,Y1:X2,Y2"), std::string::npos);
+}
+
+}  // namespace

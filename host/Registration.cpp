@@ -4,6 +4,8 @@
 #include <memory>
 
 #include "clouds/Clouds.h"
+#include "surface/Ripple.h"
+
 
 namespace {
 
@@ -43,7 +45,7 @@ const std::vector<ToolClassRow>& ToolClassTable() {
          "Vantreel_DF.chm::/dfHTML/Rain.html", nullptr},
         {"Q9.Ripple", "Q9Ripple", "RIP", 208,
          "Simulates the movement of two plane water waves at right angles to one another.",
-         "Vantreel_DF.chm::/dfHTML/Ripple.html", nullptr},
+         "Vantreel_DF.chm::/dfHTML/Ripple.html", &MakeTool<RippleOperator>},
         {"Q9.Smoke", "Q9Smoke", "SMK", 209, "Particle system simulating Smoke.",
          "Vantreel_DF.chm::/dfHTML/Smoke.html", nullptr},
         {"Q9.Snow", "Q9Snow", "SNW", 210, " Particle system simulating Snow.",

@@ -4,7 +4,10 @@
 #include <memory>
 
 #include "clouds/Clouds.h"
+#include "lightning/Lightning.h"
+#include "lightning/Lightning2.h"
 #include "surface/Ripple.h"
+
 
 
 namespace {
@@ -34,9 +37,9 @@ const std::vector<ToolClassRow>& ToolClassTable() {
         {"Q9.Kal", "Q9Kal", "Kal", 203, "Lookimg through a Kalieodscope.",
          "Vantreel_DF.chm::/dfHTML/Kal.html", nullptr},
         {"Q9.Lightning", "Q9Lightning", "Ltn", 204, "Bolts of lighning!",
-         "Vantreel_DF.chm::/dfHTML/Lightning.html", nullptr},
+         "Vantreel_DF.chm::/dfHTML/Lightning.html", &MakeTool<LightningOperator>},
         {"Q9.Lightning2", "Q9Lightning2", "Ltn2", 211, "Bolts of bendy lightning!",
-         "Vantreel_DF.chm::/dfHTML/Lightning2.html", nullptr},
+         "Vantreel_DF.chm::/dfHTML/Lightning2.html", &MakeTool<Lightning2Operator>},
         {"Q9.Pool", "Q9Pool", "POL", 205, "Simulates pools, swirls, radial twirls.",
          "Vantreel_DF.chm::/dfHTML/Pool.html", nullptr},
         {"Q9.Puddle", "Q9Puddle", "PUD", 206, "Raindrops on water.",

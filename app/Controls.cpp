@@ -1,6 +1,8 @@
 #include "app/Controls.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <iomanip>
 #include <map>
 #include <ostream>
@@ -8,6 +10,7 @@
 
 #include "frame/ScreenControl.h"
 #include "frame/ToolOperator.h"
+#include "host/App.h"
 #include "host/Document.h"
 #include "host/Parameters.h"
 
@@ -183,4 +186,36 @@ void RasteriseLines(Image& image, const std::vector<LineWork>& lines) {
                 Segment(image, p[2 * n - 2], p[2 * n - 1], p[0], p[1], l.colour);
         }
     }
+}
+
+Image* ComposeOverlay(const Image& image, const std::vector<LineWork>& lines) {
+    double over = 0.0;
+    for (const auto& l : lines)
+        for (size_t i = 0; i + 1 < l.points.size(); i += 2) {
+            const double x = l.points[i], y = l.points[i + 1];
+            if (!std::isfinite(x) || !std::isfinite(y)) continue;
+            over = std::fmax(over, std::fmax(-x, x - (image.width - 1)));
+            over = std::fmax(over, std::fmax(-y, y - (image.height - 1)));
+        }
+    const int limit = std::max(image.width, image.height) / 2;
+    const int margin = over > 0.0 ? std::min(limit, static_cast<int>(std::ceil(over)) + 6) : 0;
+    Image* shown = GetApp()->Images().Take(image.width + 2 * margin, image.height + 2 * margin);
+    shown->xScale = image.xScale;
+    shown->yScale = image.yScale;
+    for (int y = 0; y < shown->height; ++y) {
+        uint16_t* d = shown->Row(y);
+        for (int x = 0; x < shown->width; ++x) {
+            d[x * 4 + 0] = d[x * 4 + 1] = d[x * 4 + 2] = 9000;
+            d[x * 4 + 3] = 65535;
+        }
+    }
+    for (int y = 0; y < image.height; ++y)
+        std::memcpy(shown->Row(y + margin) + static_cast<size_t>(margin) * 4, image.Row(y),
+                    static_cast<size_t>(image.width) * 8);
+    std::vector<LineWork> moved = lines;
+    for (auto& l : moved)
+        for (float& v : l.points)
+            v += static_cast<float>(margin);
+    RasteriseLines(*shown, moved);
+    return shown;
 }

@@ -46,3 +46,8 @@ void PrintLines(const std::vector<LineWork>& lines, std::ostream& out);
 
 // Draws the line work into the image, one pixel wide, in the lines' colours.
 void RasteriseLines(Image& image, const std::vector<LineWork>& lines);
+
+// The picture as a viewer shows it: the image with the line work drawn over it. Where the controls
+// reach beyond the picture (handles stand outside it), the image is set in a dark margin wide
+// enough to show them, at most half the picture's size on each side. A new image.
+Image* ComposeOverlay(const Image& image, const std::vector<LineWork>& lines);

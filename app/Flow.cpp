@@ -826,11 +826,10 @@ void Flow::RenderFrame(int frame, bool write) {
         if (!write) continue;
         std::string path = FramePath(n.path, frame);
         if (n.overlay) {
-            // The picture as a viewer shows it: the tool's controls drawn over a copy.
-            HostRef<Image> shown(static_cast<Image*>(image->Copy()));
-            ControlView view(nodes_[n.input.node]->tool, shown->width, shown->height, n.overlayZoom,
+            // The picture as a viewer shows it: the tool's controls drawn over it.
+            ControlView view(nodes_[n.input.node]->tool, image->width, image->height, n.overlayZoom,
                              frame);
-            RasteriseLines(*shown.get(), view.Draw());
+            HostRef<Image> shown(ComposeOverlay(*image.get(), view.Draw()));
             SaveImageFile(*shown.get(), path);
         } else {
             SaveImageFile(*image.get(), path);

@@ -460,6 +460,14 @@ void DrawEllipse(float cx, float cy, float width, float height, float rotation, 
     }
 }
 
+void DrawStrip(const std::vector<float>& points) {
+    if (points.size() < 4) return;
+    glBegin(kGlLineStrip);
+    for (size_t i = 0; i + 1 < points.size(); i += 2)
+        Vertex(points[i], points[i + 1]);
+    glEnd();
+}
+
 void DrawCross(float x, float y, float size) {
     DrawLine(x - size, y, x + size, y);
     DrawLine(x, y - size, x, y + size);

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 class Input;
 class InputBinding;
@@ -166,6 +167,8 @@ void DrawHandle(float x, float y, bool selected);
 void DrawDashedLine(float x1, float y1, float x2, float y2, float dash);
 void DrawEllipse(float cx, float cy, float width, float height, float rotation, bool dashed);
 void DrawCross(float x, float y, float size);
+// A line strip through x0, y0, x1, y1, ...
+void DrawStrip(const std::vector<float>& points);
 void DrawPointControl(PointControl& control);
 void DrawLineControl(LineControl& control);
 void DrawBoxControl(BoxControl& control);

@@ -1,5 +1,7 @@
 #include "surface/Ripple.h"
 
+#include "surface/RippleControls.h"
+
 #include <cmath>
 
 #include "frame/WorkImage.h"
@@ -135,6 +137,9 @@ void RippleEngine::OnUseMatte(double time) {
 void RippleEngine::DrawControls() {
     PlaceHandles(viewWidth, viewHeight);
     SketchWaves(viewWidth, viewHeight);
+    // The light's point handle stands only while "Lighting" is on.
+    if (lightControl) lightControl->visible = lightingInput.Flag() ? 1 : 0;
+    ToolOverlay::DrawControls();
 }
 
 void RippleEngine::PlaceHandles(int viewW, int viewH) {
@@ -269,4 +274,9 @@ RippleOperator::RippleOperator(const Registry* reg, const ScriptVal& script, con
 
 RippleOperator::RippleOperator(const Registry* reg, const ScriptVal& script, const TagList& tags,
                                RippleEngine* engine)
-    : ToolOperator(reg, script, tags, engine, engine, RippleToolDecl()) {}
+    : ToolOperator(reg, script, tags, engine, engine, RippleToolDecl()) {
+    engine->lightControl = AddScreenControl<PointControl>({"Liht"});
+    engine->waveHandles =
+        AddScreenControl<RippleHandles>({"XYmp", "XY37", "XYeq", "XY83", "XYse", "XY31"});
+    engine->waveHandles->engine = engine;
+}

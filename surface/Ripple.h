@@ -9,6 +9,9 @@
 #include "frame/ToolOperator.h"
 #include "surface/SurfaceRenderer.h"
 
+class PointControl;
+class RippleHandles;
+
 class RippleEngine : public SurfaceEngine {
   public:
     void Render() override;
@@ -56,6 +59,8 @@ class RippleEngine : public SurfaceEngine {
     std::vector<float> xWave, yWave;
 
     Handle handles[6];
+    PointControl* lightControl = nullptr;
+    RippleHandles* waveHandles = nullptr;
     std::vector<float> bottomSketch, leftSketch;
 
   private:

@@ -6,7 +6,9 @@
 #include "clouds/Clouds.h"
 #include "lightning/Lightning.h"
 #include "lightning/Lightning2.h"
+#include "particles/Rain.h"
 #include "surface/Ripple.h"
+
 
 
 
@@ -45,7 +47,7 @@ const std::vector<ToolClassRow>& ToolClassTable() {
         {"Q9.Puddle", "Q9Puddle", "PUD", 206, "Raindrops on water.",
          "Vantreel_DF.chm::/dfHTML/Puddle.html", nullptr},
         {"Q9.Rain", "Q9Rain", "RAN", 207, "Particle system simulating Rain.",
-         "Vantreel_DF.chm::/dfHTML/Rain.html", nullptr},
+         "Vantreel_DF.chm::/dfHTML/Rain.html", &MakeTool<RainOperator>},
         {"Q9.Ripple", "Q9Ripple", "RIP", 208,
          "Simulates the movement of two plane water waves at right angles to one another.",
          "Vantreel_DF.chm::/dfHTML/Ripple.html", &MakeTool<RippleOperator>},

@@ -9,9 +9,6 @@
 #include "particles/Rain.h"
 #include "surface/Ripple.h"
 
-
-
-
 namespace {
 
 struct Entry {

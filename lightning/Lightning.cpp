@@ -28,6 +28,8 @@ void LightningEngine::FirstFrame() {
 
 void LightningEngine::DrawControls() {
     PlaceControls(viewWidth, viewHeight);
+    // The line between Start and End first, then the two points.
+    ToolOverlay::DrawControls();
 }
 
 void LightningEngine::PlaceControls(int width, int height) {
@@ -88,4 +90,14 @@ LightningOperator::LightningOperator(const Registry* reg, const ScriptVal& scrip
 
 LightningOperator::LightningOperator(const Registry* reg, const ScriptVal& script,
                                      const TagList& tags, LightningEngine* engine)
-    : ToolOperator(reg, script, tags, engine, engine, LightningToolDecl()) {}
+    : ToolOperator(reg, script, tags, engine, engine, LightningToolDecl()) {
+    // Events reach the line first, then the point of Start, then that of End; all in blue.
+    ScreenControl* controls[3] = {AddScreenControl<LineControl>({"Star", "Endd"}),
+                                  AddScreenControl<PointControl>({"Star"}),
+                                  AddScreenControl<PointControl>({"Endd"})};
+    for (ScreenControl* c : controls) {
+        c->red = 0;
+        c->green = 0;
+        c->blue = 65535;
+    }
+}

@@ -85,6 +85,18 @@ void Lightning2Engine::UpdatePointInputs(double time) {
 
 void Lightning2Engine::DrawControls() {
     DrawGuideOverlay(viewWidth, viewHeight);
+    // The guide through the shown points, in dark green, then the shown points' marks.
+    std::vector<float> guide;
+    guide.reserve(guideLineX.size() * 2);
+    for (size_t i = 0; i < guideLineX.size(); ++i) {
+        guide.push_back(guideLineX[i]);
+        guide.push_back(guideLineY[i]);
+    }
+    SetDrawColour(0, 30000, 0, 65535);
+    DrawStrip(guide);
+    for (size_t k = 0; k < controls.size() && k < 9; ++k)
+        controls[k]->visible = guideShown[k];
+    ToolOverlay::DrawControls();
 }
 
 void Lightning2Engine::DrawGuideOverlay(int width, int height) {
@@ -182,4 +194,12 @@ Lightning2Operator::Lightning2Operator(const Registry* reg, const ScriptVal& scr
 
 Lightning2Operator::Lightning2Operator(const Registry* reg, const ScriptVal& script,
                                        const TagList& tags, Lightning2Engine* engine)
-    : ToolOperator(reg, script, tags, engine, engine, Lightning2ToolDecl()) {}
+    : ToolOperator(reg, script, tags, engine, engine, Lightning2ToolDecl()) {
+    // Nine point controls in red; events reach them in the order 1 to 9.
+    for (const char* id :
+         {"P111", "P222", "P333", "P444", "P555", "P666", "P777", "P888", "P999"}) {
+        ScreenControl* c = AddScreenControl<PointControl>({id});
+        c->green = 0;
+        c->blue = 0;
+    }
+}

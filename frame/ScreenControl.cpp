@@ -260,6 +260,22 @@ void AngleControl::Drag(int handle, float x, float y) {
     SetPending(0, degrees);
 }
 
+// Sizes.
+
+int SizeControl::InputsOfHandle(int handle, int* indices) const {
+    if (handle == 2 || handle == 3) {
+        indices[0] = handle - 2;
+        return 1;
+    }
+    indices[0] = 0;
+    indices[1] = 1;
+    return 2;
+}
+
+Input* SizeControl::InputOfHandle(int handle) const {
+    return slot ? slot->inputs[handle == 3 ? 1 : 0] : nullptr;
+}
+
 // Ellipse.
 
 void EllipseControl::Draw() {
@@ -291,24 +307,6 @@ void EllipseControl::Drag(int handle, float x, float y) {
         SetPending(0, d);
         SetPending(1, w != 0.0 ? d * h / w : d);
     }
-}
-
-int EllipseControl::InputsOfHandle(int handle, int* indices) const {
-    if (handle == 2) {
-        indices[0] = 0;
-        return 1;
-    }
-    if (handle == 3) {
-        indices[0] = 1;
-        return 1;
-    }
-    indices[0] = 0;
-    indices[1] = 1;
-    return 2;
-}
-
-Input* EllipseControl::InputOfHandle(int handle) const {
-    return slot ? slot->inputs[handle == 3 ? 1 : 0] : nullptr;
 }
 
 // Box.
@@ -343,24 +341,6 @@ void BoxControl::Drag(int handle, float x, float y) {
     } else {
         SetPending(1, 2.0 * v / ViewHeight(*this));
     }
-}
-
-int BoxControl::InputsOfHandle(int handle, int* indices) const {
-    if (handle == 2) {
-        indices[0] = 0;
-        return 1;
-    }
-    if (handle == 3) {
-        indices[0] = 1;
-        return 1;
-    }
-    indices[0] = 0;
-    indices[1] = 1;
-    return 2;
-}
-
-Input* BoxControl::InputOfHandle(int handle) const {
-    return slot ? slot->inputs[handle == 3 ? 1 : 0] : nullptr;
 }
 
 // Drawing.

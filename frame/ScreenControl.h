@@ -135,28 +135,32 @@ class AngleControl : public ScreenControl {
     float centreX = 0.0f, centreY = 0.0f, radius = 50.0f;
 };
 
-// Two Number sizes (width and height as fractions of the view's width) about a centre and a
-// rotation in degrees: handle 1 at the centre, 2 and 3 at the ends of the axes.
-class EllipseControl : public ScreenControl {
+// Two Number sizes about a centre and a rotation in degrees: handle 2 sets the first, handle 3
+// the second, handle 1 both.
+class SizeControl : public ScreenControl {
   public:
     using ScreenControl::ScreenControl;
-    void Draw() override;
-    void Drag(int handle, float x, float y) override;
     int InputsOfHandle(int handle, int* indices) const override;
     Input* InputOfHandle(int handle) const override;
     float centreX = 0.0f, centreY = 0.0f, rotation = 0.0f;
 };
 
-// Width and height (fractions of the view's width and height) of a rectangle rotated by
-// `rotation` degrees about (centreX, centreY): handle 1 a corner, 2 the right edge, 3 the top.
-class BoxControl : public ScreenControl {
+// Two Number sizes (width and height as fractions of the view's width) about a centre and a
+// rotation in degrees: handle 1 at the centre, 2 and 3 at the ends of the axes.
+class EllipseControl : public SizeControl {
   public:
-    using ScreenControl::ScreenControl;
+    using SizeControl::SizeControl;
     void Draw() override;
     void Drag(int handle, float x, float y) override;
-    int InputsOfHandle(int handle, int* indices) const override;
-    Input* InputOfHandle(int handle) const override;
-    float centreX = 0.0f, centreY = 0.0f, rotation = 0.0f;
+};
+
+// Width and height (fractions of the view's width and height) of a rectangle rotated by
+// `rotation` degrees about (centreX, centreY): handle 1 a corner, 2 the right edge, 3 the top.
+class BoxControl : public SizeControl {
+  public:
+    using SizeControl::SizeControl;
+    void Draw() override;
+    void Drag(int handle, float x, float y) override;
 };
 
 // Drawing helpers, in image pixels of the overlay being drawn.

@@ -14,25 +14,12 @@
 
 namespace {
 
-struct Lightning2Doc {
-    Lightning2Doc() { op = static_cast<Lightning2Operator*>(doc.AddTool("Lightning2")); }
+struct Lightning2Doc : ToolDoc<Lightning2Operator> {
+    Lightning2Doc() : ToolDoc("Lightning2") {}
     Lightning2Engine& Engine() const { return *op->Lightning2(); }
-    void Set(const char* id, double value) {
-        Number n(value);
-        op->FindInput(id)->SetSource(&n, -1.0);
-    }
-    void SetPoint(const char* id, double x, double y) {
-        Point p(x, y);
-        op->FindInput(id)->SetSource(&p, -1.0);
-    }
     HostImage Render(Image* background, double time = 0.0) {
-        Request request(op, time);
-        request.SetInputImage(op->FindInput("Background"), background);
-        op->Process(&request);
-        return HostImage(static_cast<Image*>(request.TakeOutputData(op->MainOutput())));
+        return RenderWith("Background", background, time);
     }
-    FusionDoc doc;
-    Lightning2Operator* op = nullptr;
 };
 
 void Night(int x, int y, uint16_t* p) {

@@ -16,21 +16,12 @@
 
 namespace {
 
-struct LightningDoc {
-    LightningDoc() { op = static_cast<LightningOperator*>(doc.AddTool("Lightning")); }
+struct LightningDoc : ToolDoc<LightningOperator> {
+    LightningDoc() : ToolDoc("Lightning") {}
     LightningEngine& Engine() const { return *op->Lightning(); }
-    void Set(const char* id, double value) {
-        Number n(value);
-        op->FindInput(id)->SetSource(&n, -1.0);
-    }
     HostImage Render(Image* background, double time = 0.0) {
-        Request request(op, time);
-        request.SetInputImage(op->FindInput("Background"), background);
-        op->Process(&request);
-        return HostImage(static_cast<Image*>(request.TakeOutputData(op->MainOutput())));
+        return RenderWith("Background", background, time);
     }
-    FusionDoc doc;
-    LightningOperator* op = nullptr;
 };
 
 uint16_t Export15(int64_t w) {

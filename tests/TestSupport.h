@@ -142,3 +142,26 @@ struct TestToolDoc {
     TestOperator* op = nullptr;
     TestEngine* engine = nullptr;
 };
+
+// A document holding one tool of class Op, with its inputs set as a whole and one render at a
+// time through the host's request, the main image wired to input `mainInput`.
+template <class Op>
+struct ToolDoc {
+    explicit ToolDoc(const char* tool) : op(static_cast<Op*>(doc.AddTool(tool))) {}
+    void Set(const char* id, double value) {
+        Number n(value);
+        op->FindInput(id)->SetSource(&n, -1.0);
+    }
+    void SetPoint(const char* id, double x, double y) {
+        Point p(x, y);
+        op->FindInput(id)->SetSource(&p, -1.0);
+    }
+    HostImage RenderWith(const char* mainInput, Image* image, double time) {
+        Request request(op, time);
+        request.SetInputImage(op->FindInput(mainInput), image);
+        op->Process(&request);
+        return HostImage(static_cast<Image*>(request.TakeOutputData(op->MainOutput())));
+    }
+    FusionDoc doc;
+    Op* op;
+};

@@ -10,7 +10,7 @@ endif
 PACKAGES = build-essential cmake pkg-config clang-format libopenimageio-dev libcli11-dev \
 	nlohmann-json3-dev libgtest-dev libgmock-dev libbenchmark-dev
 
-.PHONY: all deps build demo test bench asan format format-check clean
+.PHONY: all deps build demo test bench asan format format-check clean ofx install
 
 all: build
 
@@ -35,6 +35,17 @@ demo: build
 
 test: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
+
+# The OpenFX bundle, and its installation (OFX_DIR defaults to the standard plug-in folder).
+OFX_DIR ?= /usr/OFX/Plugins
+ofx: deps $(BUILD)/CMakeCache.txt
+	cmake --build $(BUILD) -j $(JOBS) --target crate07ofx
+	@echo "bundle: $(BUILD)/Crate07.ofx.bundle"
+
+install: build
+	cmake -S . -B $(BUILD) -DCRATE07_OFX_DIR="$(OFX_DIR)"
+	cmake --install $(BUILD) --component ofx
+	@echo "installed $(OFX_DIR)/Crate07.ofx.bundle"
 
 bench: build
 	./$(BUILD)/crate07_bench --benchmark_min_time=0.2

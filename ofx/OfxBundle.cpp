@@ -1,7 +1,6 @@
 // The bundle's two exported entry points and the plug-in table: one image effect for every tool
 // the pack registers, so that a new tool appears here with no code of its own. Every action runs
-// under one lock, since the host's tool state (the chunk job, the control slots, the drag state)
-// is shared by the whole library.
+// under the bundle's lock.
 #include <array>
 #include <memory>
 #include <mutex>
@@ -19,7 +18,6 @@ namespace {
 constexpr int kMaxPlugins = 16;
 
 OfxHost* gHost = nullptr;
-std::mutex gLock;
 
 struct Entry {
     const ToolClassRow* row = nullptr;
@@ -62,7 +60,7 @@ OfxStatus Dispatch(int n, const char* action, const void* handle, OfxPropertySet
     const ToolClassRow* row = RowAt(n);
     if (!row || !action) return kOfxStatErrBadHandle;
     const std::string a = action;
-    std::lock_guard<std::mutex> hold(gLock);
+    std::unique_lock<std::mutex> hold(BundleLock());
     if (a == kActionLoad) return Load();
     if (a == kActionUnload) return kOfxStatOK;
     auto effect = static_cast<OfxImageEffectHandle>(const_cast<void*>(handle));
@@ -92,8 +90,16 @@ OfxStatus Dispatch(int n, const char* action, const void* handle, OfxPropertySet
                 HostSuites().prop->propSetPointer(p, kPropInstanceData, 0, nullptr);
             return kOfxStatOK;
         }
+        if (a == kActionGetClipPreferences) {
+            // The pictures are premultiplied, and change from frame to frame (time drives every
+            // tool, and the stateful ones step).
+            HostSuites().prop->propSetString(out, kImageEffectPropPreMultiplication, 0,
+                                             kImagePreMultiplied);
+            HostSuites().prop->propSetInt(out, kImageEffectFrameVarying, 0, 1);
+            return kOfxStatOK;
+        }
         if (!inst) return kOfxStatReplyDefault;
-        if (a == kActionRender) return inst->Render(in);
+        if (a == kActionRender) return inst->Render(in, hold);
         if (a == kActionInstanceChanged) return inst->Changed(in);
         if (a == kActionGetFramesNeeded) return inst->FramesNeeded(in, out);
         if (a == kActionGetRegionsOfInterest) return inst->RegionsOfInterest(in, out);
@@ -112,7 +118,7 @@ OfxStatus DispatchInteract(const char* action, const void* handle, OfxPropertySe
     if (a != kInteractActionDraw && a != kInteractActionPenDown && a != kInteractActionPenMotion &&
         a != kInteractActionPenUp)
         return kOfxStatReplyDefault;
-    std::lock_guard<std::mutex> hold(gLock);
+    std::lock_guard<std::mutex> hold(BundleLock());
     // The effect the overlay belongs to: in the action's arguments, else on the interact.
     void* effect = nullptr;
     if (in) HostSuites().prop->propGetPointer(in, kPropEffectInstance, 0, &effect);

@@ -24,6 +24,11 @@ Suites& HostSuites() {
     return suites;
 }
 
+std::mutex& BundleLock() {
+    static std::mutex lock;
+    return lock;
+}
+
 namespace {
 
 const OfxPropertySuiteV1& Props() {
@@ -744,7 +749,7 @@ OfxStatus Instance::RenderOne(double time, bool deliver, OfxPropertySetHandle ou
     return kOfxStatOK;
 }
 
-OfxStatus Instance::Render(OfxPropertySetHandle inArgs) {
+OfxStatus Instance::Render(OfxPropertySetHandle inArgs, std::unique_lock<std::mutex>& hold) {
     if (!op_) return kOfxStatFailed;
     const double time = GetDouble(inArgs, kPropTime);
     const OfxImageEffectSuiteV1& es = *HostSuites().effect;
@@ -764,6 +769,9 @@ OfxStatus Instance::Render(OfxPropertySetHandle inArgs) {
         const double start = std::min(time, GetDouble(p, kImageEffectPropFrameRange, 0, time));
         MakeOperator();
         for (double t = start; t < time && status == kOfxStatOK; t += 1.0) {
+            // Other instances and the interface get their turn between frames.
+            hold.unlock();
+            hold.lock();
             if (es.abort && es.abort(effect_)) status = kOfxStatFailed;
             if (status == kOfxStatOK) status = RenderOne(t, false, nullptr);
         }

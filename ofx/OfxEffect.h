@@ -5,6 +5,7 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,10 @@ struct Suites {
     const OfxInteractSuiteV1* interact = nullptr;
 };
 Suites& HostSuites();
+
+// Every action runs under this lock: the host's tool state (the chunk job, the control slots, the
+// drag state) is shared by the whole library.
+std::mutex& BundleLock();
 
 // How an input of the tool appears among the effect's parameters.
 struct ParamMap {
@@ -60,7 +65,8 @@ class Instance {
     Instance(const ToolClassRow& row, OfxImageEffectHandle effect);
     ~Instance();
 
-    OfxStatus Render(OfxPropertySetHandle inArgs);
+    // `hold` is the bundle's lock, let go between the frames of a stateful tool's warm-up.
+    OfxStatus Render(OfxPropertySetHandle inArgs, std::unique_lock<std::mutex>& hold);
     OfxStatus Changed(OfxPropertySetHandle inArgs);
     OfxStatus FramesNeeded(OfxPropertySetHandle inArgs, OfxPropertySetHandle outArgs);
     OfxStatus RegionsOfInterest(OfxPropertySetHandle inArgs, OfxPropertySetHandle outArgs);

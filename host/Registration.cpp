@@ -7,6 +7,7 @@
 #include "lightning/Lightning.h"
 #include "lightning/Lightning2.h"
 #include "particles/Rain.h"
+#include "particles/Smoke.h"
 #include "surface/Ripple.h"
 
 namespace {
@@ -49,7 +50,7 @@ const std::vector<ToolClassRow>& ToolClassTable() {
          "Simulates the movement of two plane water waves at right angles to one another.",
          "Vantreel_DF.chm::/dfHTML/Ripple.html", &MakeTool<RippleOperator>},
         {"Q9.Smoke", "Q9Smoke", "SMK", 209, "Particle system simulating Smoke.",
-         "Vantreel_DF.chm::/dfHTML/Smoke.html", nullptr},
+         "Vantreel_DF.chm::/dfHTML/Smoke.html", &MakeTool<SmokeOperator>},
         {"Q9.Snow", "Q9Snow", "SNW", 210, " Particle system simulating Snow.",
          "Vantreel_DF.chm::/dfHTML/Snow.html", nullptr},
     };

@@ -4,6 +4,10 @@
 #include <limits>
 #include <new>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "frame/SmallMaths.h"
 #include "frame/WorkImage.h"
 #include "host/Tags.h"
@@ -18,6 +22,11 @@ inline float F(double v) {
 // Degrees to radians for the gravity, and half-degrees to radians for the spread of the wind.
 constexpr double kDegrees = 0.017453292522222223;
 constexpr double kWindHalfDegrees = 0.008726646261111111;
+
+// The stamp of a particle; the index is fixed at birth within 0..40.
+inline int StampOf(const ParticleRecord& r) {
+    return r.stampIndex < 0 ? 0 : (r.stampIndex > kStampCount - 1 ? kStampCount - 1 : r.stampIndex);
+}
 
 inline int Clamp15(int64_t v) {
     return static_cast<int>(v < 0 ? 0 : (v > 32767 ? 32767 : v));
@@ -204,6 +213,11 @@ void SmokeEngine::DrawSmoke(const ParticleRecord& r, int firstRow, int lastRow) 
         tx = TruncateToInt(r.prevX + 0.5);
         ty = TruncateToInt(r.prevY + 0.5);
         if ((hy < firstRow && ty < firstRow) || (hy < ty ? hy : ty) > lastRow) return;
+    } else {
+        // A puff that misses the band costs nothing more (its stamp's own test follows).
+        const int half = puffSet[StampOf(r)].height / 2;
+        if (static_cast<int64_t>(hy) + half < firstRow || static_cast<int64_t>(hy) - half > lastRow)
+            return;
     }
 
     const int64_t R = TruncateToInt(r.red), G = TruncateToInt(r.green), B = TruncateToInt(r.blue);
@@ -269,8 +283,7 @@ void SmokeEngine::DrawPoint(int hx, int hy, int firstRow, int lastRow, const int
 void SmokeEngine::DrawPuff(const ParticleRecord& r, int hx, int hy, int firstRow, int lastRow,
                            const int* colour, int A) {
     WorkImage* out = outputPort.image;
-    const int index = r.stampIndex < 0 ? 0 : (r.stampIndex > 40 ? 40 : r.stampIndex);
-    const Stamp& s = puffSet[index];
+    const Stamp& s = puffSet[StampOf(r)];
     const int w = s.width, h = s.height, W = out->width, H = out->height;
     const int64_t x = hx, y = hy;
     if (h < 1 || w < 1 || x + w / 2 < 0 || x - w / 2 >= W || y + h / 2 < firstRow ||
@@ -283,18 +296,41 @@ void SmokeEngine::DrawPuff(const ParticleRecord& r, int hx, int hy, int firstRow
             y1 = top + h - 1 < lastRow ? top + h - 1 : lastRow;
     if (y0 < 0) y0 = 0;
     if (y1 > H - 1) y1 = H - 1;
+    // With c + k = 32767 and samples within 0..32767, p * k + c * colour stays below 2^30 and the
+    // result within 0..32767, so signed 16-bit factors and 32-bit sums hold it exactly.
+    const uint32_t density = static_cast<uint32_t>(A);
+#if defined(__SSE2__)
+    // The four samples of a pixel paired with c, against k paired with the four pen words: one
+    // multiply-add gives the four sums.
+    const __m128i pen =
+        _mm_set_epi16(32767, 0, static_cast<int16_t>(colour[2]), 0, static_cast<int16_t>(colour[1]),
+                      0, static_cast<int16_t>(colour[0]), 0);
+    const __m128i zero = _mm_setzero_si128();
+#else
+    const uint32_t pen[4] = {static_cast<uint32_t>(colour[0]), static_cast<uint32_t>(colour[1]),
+                             static_cast<uint32_t>(colour[2]), 32767u};
+#endif
     for (int64_t py = y0; py <= y1; ++py) {
-        const int32_t* row = s.values.data() + static_cast<size_t>(py - top) * w;
+        const int32_t* row = s.values.data() + static_cast<size_t>(py - top) * w + (x0 - left);
         uint16_t* p = out->rows[py] + static_cast<size_t>(x0) * 4;
-        for (int64_t px = x0; px <= x1; ++px, p += 4) {
-            int64_t v = row[px - left];
-            v = v < 0 ? 0 : (v > 32767 ? 32767 : v);
+        const int64_t n = x1 - x0 + 1;
+        for (int64_t i = 0; i < n; ++i, p += 4) {
+            const int32_t v = row[i];
+            const uint32_t value = v < 0 ? 0u : (v > 32767 ? 32767u : static_cast<uint32_t>(v));
             // A stamp of no density still takes one step off the pixels under it.
-            const int64_t c = (v * A) >> 15;
-            const int64_t k = 32767 - c;
-            for (int q = 0; q < 3; ++q)
-                p[q] = static_cast<uint16_t>(Clamp15((p[q] * k + c * colour[q]) >> 15));
-            p[3] = static_cast<uint16_t>(Clamp15((p[3] * k + c * 32767) >> 15));
+            const uint32_t c = (value * density) >> 15;
+            const uint32_t k = 32767u - c;
+#if defined(__SSE2__)
+            const __m128i samples =
+                _mm_unpacklo_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)), zero);
+            const __m128i pairs = _mm_or_si128(samples, _mm_set1_epi32(static_cast<int>(c << 16)));
+            const __m128i weights = _mm_or_si128(pen, _mm_set1_epi32(static_cast<int>(k)));
+            const __m128i sums = _mm_srli_epi32(_mm_madd_epi16(pairs, weights), 15);
+            _mm_storel_epi64(reinterpret_cast<__m128i*>(p), _mm_packs_epi32(sums, sums));
+#else
+            for (int q = 0; q < 4; ++q)
+                p[q] = static_cast<uint16_t>((p[q] * k + c * pen[q]) >> 15);
+#endif
         }
     }
 }

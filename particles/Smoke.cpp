@@ -173,18 +173,26 @@ void SmokeEngine::CopyBackground() {
 
 void SmokeEngine::FinishRender() {
     if (drawing.look != 0 || !pointLayer) return;
-    WorkImage* out = outputPort.image;
     if (drawing.pointBlur > 0.01) pointLayer->GaussianBlur(F(drawing.pointBlur), nullptr, 2, 1);
+    RunOverRows(&SmokeEngine::CompositeRows, pool.params.height);
+}
+
+void SmokeEngine::CompositeRows(int first, int last) {
+    WorkImage* out = outputPort.image;
+    const WorkImage* layer = pointLayer;
+    if (!out || !layer) return;
     // The layer's colour is already weighted by its cover, so it is laid over as it stands.
-    const int W = out->width < pointLayer->width ? out->width : pointLayer->width;
-    const int H = out->height < pointLayer->height ? out->height : pointLayer->height;
-    for (int y = 0; y < H; ++y) {
+    const int W = out->width < layer->width ? out->width : layer->width;
+    const int H = out->height < layer->height ? out->height : layer->height;
+    if (first < 0) first = 0;
+    if (last > H - 1) last = H - 1;
+    for (int y = first; y <= last; ++y) {
         uint16_t* o = out->rows[y];
-        const uint16_t* l = pointLayer->rows[y];
+        const uint16_t* l = layer->rows[y];
         for (int x = 0; x < W * 4; x += 4) {
-            const int64_t m = 32767 - static_cast<int64_t>(l[x + 3]);
+            const uint32_t m = 32767u - l[x + 3];
             for (int c = 0; c < 4; ++c)
-                o[x + c] = static_cast<uint16_t>(Clamp15(l[x + c] + (o[x + c] * m) / 32767));
+                o[x + c] = static_cast<uint16_t>(Clamp15(l[x + c] + (o[x + c] * m) / 32767u));
         }
     }
 }

@@ -24,6 +24,8 @@ class SmokeEngine : public ParticleEngine {
 
     // The draw pass' chunk: every particle, in list order, onto rows first..last.
     void DrawBand(int first, int last);
+    // The layer of the look "Point" over the output, rows first..last.
+    void CompositeRows(int first, int last);
     // One particle onto rows first..last, in the look of the render.
     void DrawSmoke(const ParticleRecord& r, int firstRow, int lastRow);
 

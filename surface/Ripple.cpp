@@ -12,8 +12,6 @@ namespace {
 constexpr double kTwoPi = 6.283185307179586;
 // 1/32767 to float precision: a 16-bit light sample becomes a factor from 0 to 1.
 constexpr float kSampleToUnit = 3.0518509e-05f;
-// The mean of three 15-bit channels, over 32767.
-constexpr double kMatteScale = 1.0172836491999064e-05;
 
 float StepOver(int size) {
     return size > 1 ? static_cast<float>(1.0 / (size - 1)) : 0.0f;
@@ -89,12 +87,7 @@ void RippleEngine::HeightRows(int first, int last) {
             out[x] = static_cast<float>(xWave[x] * across + 0.5);
         if (!matted) continue;
         // Black in the matte holds the surface at rest.
-        const uint16_t* m = matte->rows[row];
-        for (int x = 0; x < w; ++x, m += 4) {
-            double k = (m[0] + m[1] + m[2]) * kMatteScale;
-            if (invertMatte) k = 1.0 - k;
-            out[x] = static_cast<float>(k * (out[x] - 0.5) + 0.5);
-        }
+        HoldToRestByMatte(out, matte->rows[row], w, invertMatte);
     }
 }
 

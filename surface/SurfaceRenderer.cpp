@@ -19,6 +19,16 @@ void SurfaceMaps::Allocate(int w, int h) {
     lightMap = mapY + count;
 }
 
+void HoldToRestByMatte(float* heights, const uint16_t* matte, int width, bool invert) {
+    // The mean of three 15-bit channels, over 32767.
+    constexpr double kMatteScale = 1.0172836491999064e-05;
+    for (int x = 0; x < width; ++x, matte += 4) {
+        double k = (matte[0] + matte[1] + matte[2]) * kMatteScale;
+        if (invert) k = 1.0 - k;
+        heights[x] = static_cast<float>(k * (heights[x] - 0.5) + 0.5);
+    }
+}
+
 SurfaceEngine::~SurfaceEngine() {
     FreePyramid(pyramid_);
 }

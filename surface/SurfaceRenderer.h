@@ -67,6 +67,11 @@ class SurfaceMaps {
     std::vector<float> block_;
 };
 
+// Holds a row of heights back towards the rest height 0.5 by a row of matte pixels: the mean of
+// red, green and blue (1 - that mean with `invert`) is how much of the wave stands. A black matte
+// leaves the surface at rest.
+void HoldToRestByMatte(float* heights, const uint16_t* matte, int width, bool invert);
+
 class SurfaceEngine : public ToolEngine, public ToolOverlay {
   public:
     SurfaceEngine() = default;

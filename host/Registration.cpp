@@ -8,6 +8,7 @@
 #include "lightning/Lightning2.h"
 #include "particles/Rain.h"
 #include "particles/Smoke.h"
+#include "surface/Pool.h"
 #include "surface/Ripple.h"
 
 namespace {
@@ -41,7 +42,7 @@ const std::vector<ToolClassRow>& ToolClassTable() {
         {"Q9.Lightning2", "Q9Lightning2", "Ltn2", 211, "Bolts of bendy lightning!",
          "Vantreel_DF.chm::/dfHTML/Lightning2.html", &MakeTool<Lightning2Operator>},
         {"Q9.Pool", "Q9Pool", "POL", 205, "Simulates pools, swirls, radial twirls.",
-         "Vantreel_DF.chm::/dfHTML/Pool.html", nullptr},
+         "Vantreel_DF.chm::/dfHTML/Pool.html", &MakeTool<PoolOperator>},
         {"Q9.Puddle", "Q9Puddle", "PUD", 206, "Raindrops on water.",
          "Vantreel_DF.chm::/dfHTML/Puddle.html", nullptr},
         {"Q9.Rain", "Q9Rain", "RAN", 207, "Particle system simulating Rain.",

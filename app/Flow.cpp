@@ -679,7 +679,14 @@ void Flow::Wire(Node& node, const json& body) {
     };
     if (body.contains("source")) {
         if (images.empty()) throw AppError(Where(node) + ": the tool has no image inputs");
-        connect(images.front(), body["source"], "\"source\"");
+        // The source feeds the main image: connector 1, which need not be the first made.
+        Input* main = images.front();
+        for (Input* in : images)
+            if (in->GetAttr(kInConnector, 0) == 1) {
+                main = in;
+                break;
+            }
+        connect(main, body["source"], "\"source\"");
     }
     if (body.contains("connect")) {
         const json& c = body["connect"];

@@ -8,6 +8,7 @@
 #include "lightning/Lightning2.h"
 #include "particles/Rain.h"
 #include "particles/Smoke.h"
+#include "surface/Glass.h"
 #include "surface/Pool.h"
 #include "surface/Ripple.h"
 
@@ -34,7 +35,7 @@ const std::vector<ToolClassRow>& ToolClassTable() {
         {"Q9.Clouds", "Q9Clouds", "Cld", 201, "Creates cloud textures.",
          "Vantreel_DF.chm::/dfHTML/Clouds.html", &MakeTool<CloudsOperator>},
         {"Q9.Glass", "Q9Glass", "Glas", 202, "Looking through textured glass.",
-         "Vantreel_DF.chm::/dfHTML/Glass.html", nullptr},
+         "Vantreel_DF.chm::/dfHTML/Glass.html", &MakeTool<GlassOperator>},
         {"Q9.Kal", "Q9Kal", "Kal", 203, "Lookimg through a Kalieodscope.",
          "Vantreel_DF.chm::/dfHTML/Kal.html", nullptr},
         {"Q9.Lightning", "Q9Lightning", "Ltn", 204, "Bolts of lighning!",

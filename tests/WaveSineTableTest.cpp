@@ -1,5 +1,4 @@
-// The wave table: its entries, the look-up without and with interpolation, and the extrapolation
-// of negative positions.
+// The wave table: its entries, and look-ups plain and interpolated, negative positions included.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -7,38 +6,22 @@
 #include "surface/WaveSineTable.h"
 
 TEST(WaveSineTable, EntriesAndLookUps) {
-    WaveSineTable table;
-    ASSERT_TRUE(table.Make());
-    EXPECT_EQ(table.Entry(0), 0.0f);
-    EXPECT_EQ(table.Entry(256), static_cast<float>(std::sin(256 * 0.0061359233) * 0.5));
-    EXPECT_NEAR(table.Entry(256), 0.5f, 1e-7);
-    EXPECT_NEAR(table.Entry(768), -0.5f, 1e-7);
-    const double e10 = table.Entry(10), e11 = table.Entry(11);
-    const double e1013 = table.Entry(1013), e1014 = table.Entry(1014);
-    const double e1023 = table.Entry(1023), e0 = table.Entry(0);
-    struct Case {
-        double position;
-        double at, interpolated;
+    WaveSineTable t;
+    ASSERT_TRUE(t.Make());
+    EXPECT_EQ(t.Entry(256), static_cast<float>(std::sin(256 * 0.0061359233) * 0.5));
+    EXPECT_NEAR(t.Entry(768), -0.5f, 1e-7);
+    const double e[] = {t.Entry(0),    t.Entry(1),    t.Entry(10),  t.Entry(11),
+                        t.Entry(1014), t.Entry(1015), t.Entry(1023)};
+    // Position in cycles, the entry below it, and the interpolation.
+    const double cases[][3] = {
+        {3.0 + 10.25 / 1024, e[2], 0.75 * e[2] + 0.25 * e[3]},  // whole cycles drop out
+        {1023.5 / 1024, e[6], 0.5 * e[6] + 0.5 * e[0]},         // the last step wraps
+        {-10.25 / 1024, e[4], 1.25 * e[4] - 0.25 * e[5]},       // back from the end, extrapolated
+        {-0.5 / 1024, e[0], 1.5 * e[0] - 0.5 * e[1]},           // the first step back stays at 0
+        {std::nan(""), e[0], e[0]},
     };
-    const Case cases[] = {
-        // Whole cycles drop out; a quarter step lies a quarter of the way to the next entry.
-        {10.25 / 1024, e10, 0.75 * e10 + 0.25 * e11},
-        {3.0 + 10.25 / 1024, e10, 0.75 * e10 + 0.25 * e11},
-        {0.25, table.Entry(256), table.Entry(256)},
-        // The last entry interpolates towards the first.
-        {1023.5 / 1024, e1023, 0.5 * e1023 + 0.5 * e0},
-        // Negative: -10.25 steps is entry 1014 with the weight -0.25, away from entry 1015.
-        {-10.25 / 1024, e1014, 1.25 * e1014 - 0.25 * table.Entry(1015)},
-        {-2.0 - 10.75 / 1024, e1014, 1.75 * e1014 - 0.75 * table.Entry(1015)},
-        // Within the first step back the index stays 0 and the weight is negative.
-        {-0.5 / 1024, e0, 1.5 * e0 - 0.5 * table.Entry(1)},
-        {-11.0 / 1024, e1013, e1013},
-        {-1.0, e0, e0},
-        // Not a number reads the first entry.
-        {std::nan(""), e0, e0},
-    };
-    for (const Case& c : cases) {
-        EXPECT_EQ(table.At(c.position), c.at) << c.position;
-        EXPECT_NEAR(table.Interpolate(c.position), c.interpolated, 1e-15) << c.position;
+    for (const auto& c : cases) {
+        EXPECT_EQ(t.At(c[0]), c[1]) << c[0];
+        EXPECT_NEAR(t.Interpolate(c[0]), c[2], 1e-15) << c[0];
     }
 }

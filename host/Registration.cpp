@@ -10,6 +10,7 @@
 #include "particles/Smoke.h"
 #include "surface/Glass.h"
 #include "surface/Pool.h"
+#include "surface/Puddle.h"
 #include "surface/Ripple.h"
 
 namespace {
@@ -45,7 +46,7 @@ const std::vector<ToolClassRow>& ToolClassTable() {
         {"Q9.Pool", "Q9Pool", "POL", 205, "Simulates pools, swirls, radial twirls.",
          "Vantreel_DF.chm::/dfHTML/Pool.html", &MakeTool<PoolOperator>},
         {"Q9.Puddle", "Q9Puddle", "PUD", 206, "Raindrops on water.",
-         "Vantreel_DF.chm::/dfHTML/Puddle.html", nullptr},
+         "Vantreel_DF.chm::/dfHTML/Puddle.html", &MakeTool<PuddleOperator>},
         {"Q9.Rain", "Q9Rain", "RAN", 207, "Particle system simulating Rain.",
          "Vantreel_DF.chm::/dfHTML/Rain.html", &MakeTool<RainOperator>},
         {"Q9.Ripple", "Q9Ripple", "RIP", 208,

@@ -39,6 +39,8 @@ class DropList {
     // Forgets every drop.
     void Clear() { drops_.clear(); }
     size_t Size() const { return drops_.size(); }
+    // Puts a drop at the head of the list as it is.
+    void Add(const RainDrop& d) { drops_.push_back(d); }
     // Drop `i` counted from the head of the list: the newest first.
     const RainDrop& FromHead(size_t i) const { return drops_[drops_.size() - 1 - i]; }
     RainDrop& FromHead(size_t i) { return drops_[drops_.size() - 1 - i]; }

@@ -213,11 +213,11 @@ void DropList::SumRows(float* field, const WaveSineTable& table, int first, int 
                     const int i0 = _mm_cvtsi128_si32(m2) & 1023;
                     const int i1 = _mm_cvtsi128_si32(_mm_shuffle_epi32(m2, 1)) & 1023;
                     const __m128d t2 = _mm_set_pd(table.Entry(i1), table.Entry(i0));
-                    const __m128d r2 = _mm_cvtps_pd(_mm_castpd_ps(_mm_load_sd(
-                        reinterpret_cast<const double*>(static_cast<const void*>(row + ix)))));
+                    // Two floats of the row, loaded and stored as one unaligned 64-bit word.
+                    __m128i* at = reinterpret_cast<__m128i*>(row + ix);
+                    const __m128d r2 = _mm_cvtps_pd(_mm_castsi128_ps(_mm_loadl_epi64(at)));
                     const __m128 sum = _mm_cvtpd_ps(_mm_add_pd(r2, _mm_mul_pd(A2, t2)));
-                    _mm_store_sd(reinterpret_cast<double*>(static_cast<void*>(row + ix)),
-                                 _mm_castps_pd(sum));
+                    _mm_storel_epi64(at, _mm_castps_si128(sum));
                 }
 #endif
                 for (; ix <= right; ++ix) {

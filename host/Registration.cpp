@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "clouds/Clouds.h"
+#include "kal/Kal.h"
 #include "lightning/Lightning.h"
 #include "lightning/Lightning2.h"
 #include "particles/Rain.h"
@@ -38,7 +39,7 @@ const std::vector<ToolClassRow>& ToolClassTable() {
         {"Q9.Glass", "Q9Glass", "Glas", 202, "Looking through textured glass.",
          "Vantreel_DF.chm::/dfHTML/Glass.html", &MakeTool<GlassOperator>},
         {"Q9.Kal", "Q9Kal", "Kal", 203, "Lookimg through a Kalieodscope.",
-         "Vantreel_DF.chm::/dfHTML/Kal.html", nullptr},
+         "Vantreel_DF.chm::/dfHTML/Kal.html", &MakeTool<KalOperator>},
         {"Q9.Lightning", "Q9Lightning", "Ltn", 204, "Bolts of lighning!",
          "Vantreel_DF.chm::/dfHTML/Lightning.html", &MakeTool<LightningOperator>},
         {"Q9.Lightning2", "Q9Lightning2", "Ltn2", 211, "Bolts of bendy lightning!",

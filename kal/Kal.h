@@ -113,6 +113,8 @@ class KalEngine : public ToolEngine, public ToolOverlay {
     KalPolygon prototype;  // the fields every triangle of the frame shares
 
     SamplePyramid* pyramid = nullptr;
+    // Passes over hexagons that cannot reach the band; the picture is the same either way.
+    bool skipFarHexagons = true;
 
     // On-screen controls, owned by the overlay's list; numbered as they are made.
     KalRing* goRing = nullptr;

@@ -132,8 +132,10 @@ void KalEngine::DrawLatticeBand(int firstRow, int lastRow) {
             cLo = std::max(cLo, std::floor(a) - 2.0);
             cHi = std::min(cHi, std::ceil(b) + 2.0);
         };
-        narrow(kx, mx, xLo, xHi);
-        narrow(ky, my, yLo, yHi);
+        if (skipFarHexagons) {
+            narrow(kx, mx, xLo, xHi);
+            narrow(ky, my, yLo, yHi);
+        }
         if (!(cLo <= cHi)) continue;
         // Back onto the walk's own columns, which step by 2 from r - 2n.
         const int64_t from = r - 2 * n;

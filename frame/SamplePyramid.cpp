@@ -199,7 +199,13 @@ void Fetch(const SamplePyramid& p, double left, double top, double right, double
         return;
     }
     if (area > kLargestArea) area = kLargestArea;
-    double level = std::log2(std::sqrt(area));
+    // Neighbouring rectangles often have the same area: the level of the last one is kept.
+    thread_local double lastArea = -1.0, lastLevel = 0.0;
+    if (area != lastArea) {
+        lastLevel = std::log2(std::sqrt(area));
+        lastArea = area;
+    }
+    double level = lastLevel;
     int l = static_cast<int>(level);
     if (l >= p.levelCount) {
         level -= l - (p.levelCount - 1);

@@ -232,6 +232,9 @@ void KalEngine::ControlEvent(int event, float x, float y) {
     for (int i : order) {
         if (i >= static_cast<int>(controls.size())) continue;
         ScreenControl* c = controls[static_cast<size_t>(i)];
-        if (c->visible) c->HandleEvent(event, x, y);
+        if (c->visible)
+            c->HandleEvent(event, x, y);
+        else
+            c->hover = 0;  // a hidden control is under no pointer
     }
 }

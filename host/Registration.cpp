@@ -12,6 +12,7 @@
 #include "surface/Glass.h"
 #include "surface/Pool.h"
 #include "surface/Puddle.h"
+#include "particles/Snow.h"
 #include "surface/Ripple.h"
 
 namespace {
@@ -56,7 +57,7 @@ const std::vector<ToolClassRow>& ToolClassTable() {
         {"Q9.Smoke", "Q9Smoke", "SMK", 209, "Particle system simulating Smoke.",
          "Vantreel_DF.chm::/dfHTML/Smoke.html", &MakeTool<SmokeOperator>},
         {"Q9.Snow", "Q9Snow", "SNW", 210, " Particle system simulating Snow.",
-         "Vantreel_DF.chm::/dfHTML/Snow.html", nullptr},
+         "Vantreel_DF.chm::/dfHTML/Snow.html", &MakeTool<SnowOperator>},
     };
     return table;
 }

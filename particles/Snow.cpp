@@ -94,8 +94,8 @@ void LayStamp(WorkImage* image, const StampView& stamp, int hx, int hy, int A, c
         const int32_t* values = stamp.values + sy * stamp.width;
         uint16_t* row = image->rows[y0 + sy];
         for (int64_t sx = colStart; sx <= colEnd; ++sx) {
-            int64_t s = values[sx];
-            if (s <= 0) continue;
+            // Values are never below 0; one that were would count as 0.
+            const int64_t s = values[sx] > 0 ? values[sx] : 0;
             uint16_t* p = row + (x0 + sx) * 4;
             if (blend == StampBlend::Output) {
                 const int64_t c = ((s < 255 ? s : 255) * a) >> 8;
@@ -120,14 +120,22 @@ void LayStamp(WorkImage* image, const StampView& stamp, int hx, int hy, int A, c
     }
 }
 
+namespace {
+
+StampView ViewOf(const StampSet& set, int i) {
+    const Stamp& s = set[ClampIndex(i, kStampCount)];
+    if (s.values.empty()) return StampView{};
+    return StampView{s.width, s.height, s.values.data()};
+}
+
+}  // namespace
+
 StampView SnowEngine::FlakeStamp(int i) const {
-    (void)i;
-    return StampView{};
+    return ViewOf(flakeSet, i);
 }
 
 StampView SnowEngine::StarStamp(int i) const {
-    (void)i;
-    return StampView{};
+    return ViewOf(starSet, i);
 }
 
 // ---- Construction ------------------------------------------------------------------------------
@@ -137,6 +145,8 @@ SnowEngine::SnowEngine() : ParticleEngine(ParticleKind::Snow) {
     randomField.resize(kFieldSize);
     for (float& v : randomField)
         v = F(NextRandom());
+    // Then the masters: for each size a flake, then the star's turn.
+    MakeSnowStamps(&flakeStamps, &starStamps, &birthSeedState);
 }
 
 SnowEngine::~SnowEngine() = default;
@@ -255,6 +265,8 @@ bool SnowEngine::PrepareRender() {
         F(static_cast<double>(UsableAspect(out->pixelScale[1])) / UsableAspect(out->pixelScale[0]));
     // Settled snow is lost at any change of aspect or size; the particles in the air are kept.
     if (!layersMade || std::fabs(ratio - aspectCache) > 1e-05) {
+        ResampleStampSet(flakeStamps, ratio, false, &flakeSet);
+        ResampleStampSet(starStamps, ratio, false, &starSet);
         NewLayers(W, H);
         aspectCache = ratio;
     }

@@ -14,6 +14,7 @@
 #include "frame/WorkImage.h"
 #include "particles/ParticleControls.h"
 #include "particles/ParticleEngine.h"
+#include "particles/Stamp.h"
 
 // A stamp as the drawing reads it: width x height coverage values in rows, full scale 255.
 struct StampView {
@@ -66,8 +67,10 @@ class SnowEngine : public ParticleEngine {
     static constexpr int kFieldMask = 0x3ffff;
     std::vector<float> randomField;
 
-    // Sizes of flakes and stars.
-    static constexpr int kStampCount = 41;
+    // Flakes and stars in 41 sizes: the masters, made at construction, and the working sets made
+    // from them for the picture's pixel aspect.
+    StampSet flakeStamps, starStamps;
+    StampSet flakeSet, starSet;
 
     // What has settled: the mask (all four channels alike) and the colour, premultiplied by the
     // mask. Both persist between renders and are replaced at any change of size or aspect.

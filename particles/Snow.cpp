@@ -261,8 +261,9 @@ void SnowEngine::NewLayers(int width, int height) {
 bool SnowEngine::PrepareRender() {
     const WorkImage* out = outputPort.image;
     const int W = out->width, H = out->height;
+    // The stamps follow the ratio of the two 32-bit aspect factors, taken in double.
     const double ratio =
-        F(static_cast<double>(UsableAspect(out->pixelScale[1])) / UsableAspect(out->pixelScale[0]));
+        static_cast<double>(UsableAspect(out->pixelScale[1])) / UsableAspect(out->pixelScale[0]);
     // Settled snow is lost at any change of aspect or size; the particles in the air are kept.
     if (!layersMade || std::fabs(ratio - aspectCache) > 1e-05) {
         ResampleStampSet(flakeStamps, ratio, false, &flakeSet);

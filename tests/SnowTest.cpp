@@ -171,6 +171,27 @@ TEST(Snow, FadesGiveTheirDensityByAge) {
     }
 }
 
+TEST(Snow, SizeIsARadiusAtTheReferenceWidth) {
+    // With no variation every flake takes stamp trunc(Size * W / 720 * 2.05), at most 40.
+    struct Case {
+        int width;
+        double size;
+        int stamp;
+    };
+    const Case cases[] = {{72, 4, 0},  {144, 4, 1},   {720, 4, 8},
+                          {720, 1, 2}, {720, 20, 40}, {360, 10, 10}};
+    for (const Case& c : cases) {
+        HostImage sky = MakeHostImage(c.width, 20, Sky);
+        SnowDoc t;
+        t.Set("Flar", 0);
+        t.Set("Flze", c.size);
+        t.Render(sky.get(), 1.0);
+        ASSERT_GT(t.engine->pool.activeCount, 0);
+        for (const ParticleRecord* r = t.engine->pool.activeHead; r; r = r->next)
+            EXPECT_EQ(r->stampIndex, c.stamp) << c.width << " " << c.size;
+    }
+}
+
 TEST(Snow, StampBlendsExactly) {
     const int32_t values[] = {0, 128, 255, 300};
     const StampView stamp{2, 2, values};

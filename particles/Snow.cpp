@@ -89,6 +89,28 @@ void LayStamp(WorkImage* image, const StampView& stamp, int hx, int hy, int A, c
     const int64_t rowEnd = y0 + stamp.height - 1 > last ? last - y0 : stamp.height - 1;
     const int64_t colStart = x0 < 0 ? -x0 : 0;
     const int64_t colEnd = x0 + stamp.width - 1 > W - 1 ? W - 1 - x0 : stamp.width - 1;
+    if (blend == StampBlend::Output) {
+        // The common case, in 32-bit words: with the density and colours within 0..32767 and
+        // samples of 16 bits, the sums stay below 2^32.
+        const uint32_t a = static_cast<uint32_t>(Clamp15(A));
+        const uint32_t colour[4] = {static_cast<uint32_t>(Clamp15(rgb[0])),
+                                    static_cast<uint32_t>(Clamp15(rgb[1])),
+                                    static_cast<uint32_t>(Clamp15(rgb[2])), 32767u};
+        for (int64_t sy = rowStart; sy <= rowEnd; ++sy) {
+            const int32_t* values = stamp.values + sy * stamp.width;
+            uint16_t* p = image->rows[y0 + sy] + (x0 + colStart) * 4;
+            for (int64_t sx = colStart; sx <= colEnd; ++sx, p += 4) {
+                const int32_t v = values[sx];
+                const uint32_t s = v <= 0 ? 0u : (v >= 255 ? 255u : static_cast<uint32_t>(v));
+                const uint32_t c = (s * a) >> 8, keep = 32767u - c;
+                for (int k = 0; k < 4; ++k) {
+                    const uint32_t t = (p[k] * keep + c * colour[k]) >> 15;
+                    p[k] = static_cast<uint16_t>(t > 32767u ? 32767u : t);
+                }
+            }
+        }
+        return;
+    }
     const int64_t a = A;
     for (int64_t sy = rowStart; sy <= rowEnd; ++sy) {
         const int32_t* values = stamp.values + sy * stamp.width;
@@ -97,24 +119,16 @@ void LayStamp(WorkImage* image, const StampView& stamp, int hx, int hy, int A, c
             // Values are never below 0; one that were would count as 0.
             const int64_t s = values[sx] > 0 ? values[sx] : 0;
             uint16_t* p = row + (x0 + sx) * 4;
-            if (blend == StampBlend::Output) {
-                const int64_t c = ((s < 255 ? s : 255) * a) >> 8;
-                const int64_t keep = 32767 - c;
-                for (int k = 0; k < 3; ++k)
-                    p[k] = static_cast<uint16_t>(Clamp15((p[k] * keep + c * rgb[k]) >> 15));
-                p[3] = static_cast<uint16_t>(Clamp15((p[3] * keep + c * 32767) >> 15));
+            int64_t c = (s * a) >> 8;
+            if (c > 32767) c = 32767;
+            const int64_t keep = 32768 - c;
+            if (blend == StampBlend::Mask) {
+                const uint16_t v = static_cast<uint16_t>((keep * p[0] + c * a) >> 15);
+                p[0] = p[1] = p[2] = p[3] = v;
             } else {
-                int64_t c = (s * a) >> 8;
-                if (c > 32767) c = 32767;
-                const int64_t keep = 32768 - c;
-                if (blend == StampBlend::Mask) {
-                    const uint16_t v = static_cast<uint16_t>((keep * p[0] + c * a) >> 15);
-                    p[0] = p[1] = p[2] = p[3] = v;
-                } else {
-                    for (int k = 0; k < 3; ++k)
-                        p[k] = static_cast<uint16_t>((p[k] * keep + c * rgb[k]) >> 15);
-                    p[3] = static_cast<uint16_t>((p[3] * keep + c * 32767) >> 15);
-                }
+                for (int k = 0; k < 3; ++k)
+                    p[k] = static_cast<uint16_t>((p[k] * keep + c * rgb[k]) >> 15);
+                p[3] = static_cast<uint16_t>((p[3] * keep + c * 32767) >> 15);
             }
         }
     }

@@ -56,9 +56,10 @@ SmokeEngine::~SmokeEngine() {
 
 bool SmokeEngine::PrepareRender() {
     const WorkImage* out = outputPort.image;
-    // The puffs are widened by the same ratio as the forces.
-    const float ratio =
-        F(static_cast<double>(UsableAspect(out->pixelScale[1])) / UsableAspect(out->pixelScale[0]));
+    // The puffs are widened by the quotient of the two 32-bit aspect factors, taken in double, as
+    // every user of the stamps takes it.
+    const double ratio =
+        static_cast<double>(UsableAspect(out->pixelScale[1])) / UsableAspect(out->pixelScale[0]);
     if (puffAspect.NeedsRebuild(ratio)) {
         try {
             ResampleStampSet(puffStamps, ratio, true, &puffSet);

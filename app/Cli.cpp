@@ -4,6 +4,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -11,11 +12,13 @@
 #include <iostream>
 #include <regex>
 #include <sstream>
+#include <thread>
 
 #include "app/AppError.h"
 #include "app/Controls.h"
 #include "app/Describe.h"
 #include "app/Flow.h"
+#include "app/Server.h"
 #include "host/App.h"
 #include "host/Registration.h"
 
@@ -253,6 +256,16 @@ int RunCommandLine(int argc, char** argv, std::ostream& out, std::ostream& err) 
                             "X1,Y1:X2,Y2: press, move and release, in image pixels, y up");
     controlsCmd->add_flag("--json", controlsJson, "as JSON");
 
+    auto* serve = app.add_subcommand(
+        "serve", "the viewer: a local web server for a flow, opened in a browser");
+    ServeOptions serveOptions;
+    serve->add_option("FLOW", serveOptions.flowPath,
+                      "the flow file (JSON); without one, a test picture under a Ripple");
+    serve->add_option("--port", serveOptions.port, "the port (default 8407; 0 takes a free one)")
+        ->check(CLI::Range(0, 65535));
+    serve->add_option("--bind", serveOptions.bind, "the address to listen on (default 127.0.0.1)");
+    serve->add_option("--web", serveOptions.webDir, "the page's folder (default: the built one)");
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -364,6 +377,28 @@ int RunCommandLine(int argc, char** argv, std::ostream& out, std::ostream& err) 
             flow["nodes"] = nodes;
             auto built = Flow::FromJson(flow, "apply");
             return RenderFlow(*built, frames, fromStart, quiet, out, err);
+        }
+        if (*serve) {
+            if (serveOptions.webDir.empty()) serveOptions.webDir = CRATE07_WEB_DIR;
+            ViewerServer server(serveOptions);
+            server.Bind();
+            out << "crate07 viewer: open " << server.Url() << " in a browser (Ctrl-C stops it)"
+                << std::endl;
+            std::atomic<bool> done{false};
+            // Ctrl-C raises the application's interruption; the watcher turns it into a stop.
+            std::thread watcher([&] {
+                while (!done.load()) {
+                    if (GetApp()->interrupted.load()) {
+                        server.Stop();
+                        break;
+                    }
+                    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+                }
+            });
+            server.Run();
+            done = true;
+            watcher.join();
+            return 0;
         }
         if (*controlsCmd) {
             FindToolOrThrow(controlsTool);

@@ -99,6 +99,35 @@ ControlView::DragReport ControlView::Drag(float x1, float y1, float x2, float y2
     return report;
 }
 
+bool ControlView::Press(float x, float y, std::string* input) {
+    Draw();
+    PointerAt(x, y);
+    dragging_ = op_->ControlDown(control_, &info_, nullptr) == kControlWantsDrag;
+    if (input) {
+        input->clear();
+        ToolOverlay* overlay = op_->Overlay();
+        for (size_t i = 0; overlay && i < overlay->controls.size(); ++i) {
+            ScreenControl* c = overlay->controls[i];
+            if (c->active)
+                if (Input* in = c->InputOfHandle(c->active)) *input = in->ID().str();
+        }
+    }
+    return dragging_;
+}
+
+void ControlView::Move(float x, float y) {
+    if (!dragging_) return;
+    PointerAt(x, y);
+    op_->ControlMove(control_, &info_, nullptr);
+}
+
+void ControlView::Release(float x, float y) {
+    if (!dragging_) return;
+    dragging_ = false;
+    PointerAt(x, y);
+    op_->ControlUp(control_, &info_, nullptr);
+}
+
 namespace {
 
 const char* ModeName(int mode) {

@@ -33,8 +33,18 @@ class ControlView {
     // Press at (x1, y1), one move to (x2, y2), release there; image pixels, y up.
     DragReport Drag(float x1, float y1, float x2, float y2);
 
+    // The three steps of a drag, one at a time, as a pointer gives them (image pixels, y up).
+    // Press draws first, so that the controls know where their handles are, and answers whether
+    // a handle was hit; the input that handle sets is put in `input` (its ID).
+    bool Press(float x, float y, std::string* input = nullptr);
+    void Move(float x, float y);
+    void Release(float x, float y);
+    // The frame the view stands on.
+    void SetTime(double time) { info_.time = time; }
+
   private:
     void PointerAt(float x, float y);
+    bool dragging_ = false;
 
     ToolOperator* op_;
     PreviewInfo info_;

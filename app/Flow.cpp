@@ -158,6 +158,7 @@ ToolOperator* Flow::ToolOf(const std::string& name) const {
 }
 
 void Flow::Build(const json& flow) {
+    source_ = flow;
     if (!flow.is_object()) throw AppError(origin_ + ": a flow is a JSON object with \"nodes\"");
     static const std::set<std::string> known = {"size", "range", "nodes", "comment"};
     for (auto it = flow.begin(); it != flow.end(); ++it)
@@ -399,11 +400,7 @@ void Flow::BuildTool(Node& node, const json& body) {
     }
 }
 
-namespace {
-
-// The inputs a key of "inputs" names: an ID, else a label; a colour's label names its four
-// channels.
-std::vector<Input*> FindInputs(Operator* op, const std::string& key) {
+std::vector<Input*> FindToolInputs(Operator* op, const std::string& key) {
     for (Input* in : op->Inputs())
         if (in->ID() == key.c_str() && in->GetDataType() != Input::DataType::Image) return {in};
     std::vector<Input*> found;
@@ -415,6 +412,12 @@ std::vector<Input*> FindInputs(Operator* op, const std::string& key) {
             if (Lower(in->ID().str()) == Lower(key) && in->GetDataType() != Input::DataType::Image)
                 found.push_back(in);
     return found;
+}
+
+namespace {
+
+std::vector<Input*> FindInputs(Operator* op, const std::string& key) {
+    return FindToolInputs(op, key);
 }
 
 std::vector<std::string> InputKeys(Operator* op) {
@@ -430,9 +433,9 @@ std::string Describe(const Input* in) {
     return Quote(in->ID().str()) + " (" + in->Name().str() + ")";
 }
 
-// Converts a JSON value to the number or point an input holds, checking it as the host's controls
-// would: combo entries by text or index, checkboxes 0 or 1, whole numbers, allowed ranges.
-void ToValue(const Input* in, const json& v, double out[2], const std::string& where) {
+}  // namespace
+
+void InputValueFromJson(const Input* in, const json& v, double out[2], const std::string& where) {
     const std::string kind = ControlKind(in);
     const std::string what = where + ": input " + Describe(in);
     if (in->GetDataType() == Input::DataType::Point) {
@@ -497,6 +500,12 @@ void ToValue(const Input* in, const json& v, double out[2], const std::string& w
                        NumText(in->GetAttrD(kInAllowedMin, -INFINITY)) + " to " +
                        NumText(in->GetAttrD(kInAllowedMax)));
     out[0] = d;
+}
+
+namespace {
+
+void ToValue(const Input* in, const json& v, double out[2], const std::string& where) {
+    InputValueFromJson(in, v, out, where);
 }
 
 }  // namespace
@@ -866,4 +875,89 @@ void Flow::Render(int first, int last, const std::function<void(int, int)>& prog
 void Flow::Advance(int first, int last) {
     for (int f = first; f <= last; ++f)
         RenderFrame(f, false);
+}
+
+json InputValueToJson(const Input* in) {
+    const bool point = in->GetDataType() == Input::DataType::Point;
+    if (!in->IsAnimated()) {
+        const Input::State s = in->Save();
+        return point ? json({s.constant[0], s.constant[1]}) : json(s.constant[0]);
+    }
+    json keys = json::array();
+    for (const Key& k : in->Keys()) {
+        json key = {k.time, point ? json({k.v[0], k.v[1]}) : json(k.v[0])};
+        if (k.interp == Interp::Smooth) key.push_back("smooth");
+        keys.push_back(key);
+    }
+    return {{"keys", keys}};
+}
+
+std::vector<Flow::NodeView> Flow::Nodes() const {
+    std::vector<NodeView> out;
+    for (const auto& n : nodes_) {
+        NodeView v;
+        v.name = n->name;
+        v.type = n->type;
+        v.tool = n->tool;
+        switch (n->kind) {
+            case Node::Kind::Loader:
+                v.kind = "Loader";
+                break;
+            case Node::Kind::Background:
+                v.kind = "Background";
+                break;
+            case Node::Kind::Saver:
+                v.kind = "Saver";
+                v.wires.push_back({"Input", nodes_[n->input.node]->name});
+                break;
+            case Node::Kind::Tool:
+                v.kind = "Tool";
+                for (const auto& w : n->wires)
+                    v.wires.push_back({w.first->ID().str(), nodes_[w.second.node]->name});
+                break;
+        }
+        out.push_back(std::move(v));
+    }
+    return out;
+}
+
+Image* Flow::RenderNode(const std::string& name, int frame) {
+    size_t index = nodes_.size();
+    for (size_t k = 0; k < nodes_.size(); ++k)
+        if (nodes_[k]->name == name) index = k;
+    if (index == nodes_.size()) throw AppError(origin_ + ": no node " + Quote(name));
+    if (nodes_[index]->kind == Node::Kind::Saver) index = nodes_[index]->input.node;
+    doc_.currentTime = frame;
+    RunActions(frame);
+    doc_.currentTime = frame;
+    HostRef<Image> image;
+    try {
+        image.reset(Evaluate(index, frame));
+    } catch (...) {
+        for (auto& n : nodes_)
+            n->memo.reset();
+        throw;
+    }
+    for (auto& n : nodes_)
+        n->memo.reset();
+    return image.release();
+}
+
+json Flow::ToJson() const {
+    json out = source_;
+    for (size_t k = 0; k < nodes_.size(); ++k) {
+        const Node& n = *nodes_[k];
+        if (n.kind != Node::Kind::Tool) continue;
+        json& body = out["nodes"][k];
+        body.erase("preset");
+        body.erase("preset_input");
+        json inputs = json::object();
+        for (Input* in : n.tool->Inputs()) {
+            if (in->GetDataType() == Input::DataType::Image) continue;
+            if (ControlKind(in) == "ButtonControl") continue;
+            inputs[in->ID().str()] = InputValueToJson(in);
+        }
+        body["inputs"] = inputs;
+    }
+    return out;
 }

@@ -45,6 +45,23 @@ class Flow {
     // The operator of a tool node, or null.
     ToolOperator* ToolOf(const std::string& node) const;
 
+    // Interactive use. The nodes in order: name, type, kind ("Loader", "Background", "Saver" or
+    // "Tool") and the wires into each (image input ID -> node name; a Saver's is "Input").
+    struct NodeView {
+        std::string name, type, kind;
+        std::vector<std::pair<std::string, std::string>> wires;
+        ToolOperator* tool = nullptr;
+    };
+    std::vector<NodeView> Nodes() const;
+    // The picture of one node at one frame, as a render of that frame would make it (a Saver shows
+    // its input). Buttons and presets due by then are carried out first. Gives the caller a
+    // reference. Throws AppError, or Interrupted when the render was aborted.
+    Image* RenderNode(const std::string& name, int frame);
+    // The flow as it now stands: the file it was read from with every tool's current values
+    // (constants and keys) in place of its "inputs", and without its first preset, which those
+    // values already hold.
+    nlohmann::json ToJson() const;
+
   private:
     struct Ref {
         size_t node = 0;
@@ -100,10 +117,22 @@ class Flow {
     std::string Where(const Node& node) const;
 
     std::string origin_;
+    nlohmann::json source_;
     FusionDoc doc_;
     std::vector<std::unique_ptr<Node>> nodes_;
     std::vector<std::string> written_;
 };
+
+// The inputs of a tool that `key` names: an ID, else a label (a colour's label names its channels).
+std::vector<Input*> FindToolInputs(Operator* op, const std::string& key);
+// Converts a JSON value to the number or point `in` holds, checking it as the host's controls would
+// (combo entries by text or index, checkboxes 0 or 1, whole numbers, allowed ranges). Throws
+// AppError starting with `where`.
+void InputValueFromJson(const Input* in, const nlohmann::json& v, double out[2],
+                        const std::string& where);
+// The value of a number or point input as a flow file writes it: a number, [x, y], or
+// {"keys": [...]} when animated.
+nlohmann::json InputValueToJson(const Input* in);
 
 // Replaces the run of '#' in `pattern` with the frame number, zero-padded to the run's length.
 // A pattern without '#' is returned as it is.

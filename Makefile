@@ -8,14 +8,17 @@ CMAKE_FLAGS += -DCRATE07_WERROR=ON
 endif
 
 PACKAGES = build-essential cmake pkg-config clang-format libopenimageio-dev libcli11-dev \
-	nlohmann-json3-dev libgtest-dev libgmock-dev libbenchmark-dev
+	nlohmann-json3-dev libgtest-dev libgmock-dev libbenchmark-dev libcpp-httplib-dev zlib1g-dev
+# The viewer's test in a real browser.
+BROWSER_PACKAGES = chromium chromium-driver python3-selenium
 
-.PHONY: all deps build demo test bench asan format format-check clean ofx install
+.PHONY: all deps build demo test bench asan format format-check clean ofx install viewer screenshots \
+	latency
 
 all: build
 
 deps:
-	@missing=""; for p in $(PACKAGES); do \
+	@missing=""; for p in $(PACKAGES) $(BROWSER_PACKAGES); do \
 	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q "install ok installed" || missing="$$missing $$p"; \
 	done; \
 	if [ -n "$$missing" ]; then \
@@ -46,6 +49,18 @@ install: build
 	cmake -S . -B $(BUILD) -DCRATE07_OFX_DIR="$(OFX_DIR)"
 	cmake --install $(BUILD) --component ofx
 	@echo "installed $(OFX_DIR)/Crate07.ofx.bundle"
+
+# The viewer on examples/viewer.json: open the address it prints.
+viewer: build
+	./$(BUILD)/crate07 serve examples/viewer.json
+
+# Pictures of the viewer's page for Ripple, Clouds and Rain, into docs/.
+screenshots: build
+	/usr/bin/python3 tests/browser/viewer_test.py ./$(BUILD)/crate07 --screenshots docs
+
+# The time from a slider's move to its new picture at 720x486, in the browser.
+latency: build
+	/usr/bin/python3 tests/browser/viewer_test.py ./$(BUILD)/crate07 --latency 30
 
 bench: build
 	./$(BUILD)/crate07_bench --benchmark_min_time=0.2

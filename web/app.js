@@ -394,13 +394,25 @@ function applyTransform() {
   $('zoom-label').textContent = `${Math.round(state.zoom * 100)}%`;
 }
 
+// Fits the picture and the controls that stand outside it (at most half the picture beyond each
+// side) into the view.
 function fit() {
   const vp = $('viewport');
   if (!state.width) return;
-  const z = Math.min((vp.clientWidth - 40) / state.width, (vp.clientHeight - 40) / state.height);
+  let x0 = 0, y0 = 0, x1 = state.width, y1 = state.height;
+  for (const l of lines) {
+    for (const [x, y] of l.points) {
+      const sy = state.height - y;
+      x0 = Math.min(x0, Math.max(x, -state.width / 2));
+      x1 = Math.max(x1, Math.min(x, state.width * 1.5));
+      y0 = Math.min(y0, Math.max(sy, -state.height / 2));
+      y1 = Math.max(y1, Math.min(sy, state.height * 1.5));
+    }
+  }
+  const z = Math.min((vp.clientWidth - 30) / (x1 - x0), (vp.clientHeight - 30) / (y1 - y0));
   state.zoom = Math.max(0.05, Math.min(z, 8));
-  state.panX = (vp.clientWidth - state.width * state.zoom) / 2;
-  state.panY = (vp.clientHeight - state.height * state.zoom) / 2;
+  state.panX = (vp.clientWidth - (x1 - x0) * state.zoom) / 2 - x0 * state.zoom;
+  state.panY = (vp.clientHeight - (y1 - y0) * state.zoom) / 2 - y0 * state.zoom;
   applyTransform();
   drawControls();
 }
@@ -450,8 +462,8 @@ async function renderPicture(fromStart) {
   state.width = w; state.height = h;
   img.width = w; img.height = h;
   $('size-label').textContent = `${w}×${h}  ${state.lastPictureMs.toFixed(0)} ms`;
-  if (sized || !state.fitted) { state.fitted = true; fit(); }
   await drawControls();
+  if (sized || !state.fitted) { state.fitted = true; fit(); }
   if (useStart) $('from-start').checked = false;
 }
 

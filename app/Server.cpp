@@ -705,6 +705,11 @@ struct ViewerServer::Impl {
                                req.get_param_value("from_start") != "0" &&
                                req.get_param_value("from_start") != "false";
         NodeOf(node);
+        if (fromStart && (frame < flow->Start() || frame > flow->End()))
+            throw AppError("from start renders the frames of the range, " +
+                           std::to_string(static_cast<int>(flow->Start())) + " to " +
+                           std::to_string(static_cast<int>(flow->End())) + ", not frame " +
+                           std::to_string(frame));
         ClearAborts();
         HostRef<Image> image;
         try {
@@ -763,6 +768,8 @@ struct ViewerServer::Impl {
             fail(400, e.what());
         } catch (const Interrupted& e) {
             fail(409, e.what());
+        } catch (const json::exception& e) {
+            fail(400, std::string("a value of the request has the wrong type: ") + e.what());
         } catch (const std::exception& e) {
             fail(500, e.what());
         }

@@ -132,6 +132,7 @@ TEST_F(ServerTest, RefusedValuesNameTheFaultAndChangeNothing) {
         {R"({"node": "ripple", "values": {"XYmp": 1})", 400, "malformed JSON"},
         {R"([1, 2])", 400, "must be a JSON object"},
         {R"({"node": "ripple"})", 400, "{input ID: value, ...}"},
+        {R"({"node": "ripple", "values": {"XYmp": 5}, "key": "yes"})", 400, "wrong type"},
         {std::string(5000, ' '), 413, ""},
     };
     for (const Case& c : cases) {
@@ -227,6 +228,7 @@ TEST_F(ServerTest, KeysAnimateAndFromStartRestartsStatefulTools) {
     const std::string again = Picture("node=rain&frame=3");
     EXPECT_NE(again, fresh3);
     EXPECT_EQ(Picture("node=rain&frame=3&from_start=1"), fresh3);
+    EXPECT_EQ(client_->Get("/api/render?node=rain&frame=9&from_start=1")->status, 400);
 }
 
 TEST_F(ServerTest, FilesStayInsideTheServedFolder) {

@@ -118,8 +118,35 @@ async function selectNode(name) {
   } else {
     $('inputs').textContent = '';
     $('presets').textContent = '';
+    if (node.kind === 'Loader') buildLoaderPanel();
   }
   await renderPicture();
+}
+
+// A Loader reads an image of the served folder: a path typed in, or a file uploaded into it.
+function buildLoaderPanel() {
+  const box = $('inputs');
+  const path = document.createElement('input');
+  path.placeholder = 'image path inside the folder';
+  const use = document.createElement('button');
+  use.textContent = 'Use';
+  const file = document.createElement('input');
+  file.type = 'file';
+  file.accept = '.png,.tif,.tiff,.exr,.jpg,.jpeg';
+  const point = async (p) => {
+    const r = await write('/api/loader', { node: state.node, path: p });
+    if (r) { showMessage(`${state.node} reads ${p}`); await loadFlow(); }
+  };
+  use.onclick = () => point(path.value);
+  file.onchange = async () => {
+    const f = file.files[0];
+    if (!f) return;
+    const res = await fetch(`/api/upload?name=${encodeURIComponent(f.name)}`, { method: 'POST', body: f });
+    const data = await res.json();
+    if (!res.ok) { showMessage(data.error, true); return; }
+    await point(data.path);
+  };
+  box.append(path, use, document.createElement('br'), file);
 }
 
 async function refreshValues() {

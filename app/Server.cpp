@@ -22,6 +22,7 @@
 #include "frame/ToolOperator.h"
 #include "host/App.h"
 #include "host/Registry.h"
+#include "host/ToolTraits.h"
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -132,7 +133,6 @@ struct ViewerServer::Impl {
         double zoom = 1.0;
     };
     std::map<std::string, View> views;
-    std::map<std::string, bool> keepsState;  // tool name -> renders step a state
 
     // Renders: the newest request wins.
     std::atomic<uint64_t> renderTicket{0};
@@ -259,40 +259,6 @@ struct ViewerServer::Impl {
                        " names several inputs; use an ID");
     }
 
-    // Whether a tool's renders step a state of its own: a small picture rendered at frame 1,
-    // then at frames 2 and 3, then at frame 1 again, differs from the first.
-    bool KeepsState(const std::string& type) {
-        auto it = keepsState.find(type);
-        if (it != keepsState.end()) return it->second;
-        bool result = false;
-        try {
-            json tool = {{"name", "t"}, {"type", type}, {"source", "bg"}};
-            json describe = DescribeTool(type);
-            json connect = json::object();
-            for (size_t i = 1; i < describe["images"].size(); ++i)
-                connect[describe["images"][i]["id"].get<std::string>()] = "bg";
-            if (!connect.empty()) tool["connect"] = connect;
-            json j = {
-                {"size", {96, 64}},
-                {"range", {1, 3}},
-                {"nodes", {{{"name", "bg"}, {"type", "Background"}, {"pattern", "grid"}}, tool}}};
-            auto scratch = Flow::FromJson(j, "scratch");
-            auto hash = [&](int frame) {
-                HostRef<Image> image(scratch->RenderNode("t", frame));
-                return std::string(reinterpret_cast<const char*>(image->Data()),
-                                   image->SampleCount() * 2);
-            };
-            std::string first = hash(1);
-            hash(2);
-            hash(3);
-            result = hash(1) != first;
-        } catch (const std::exception&) {
-            result = false;
-        }
-        keepsState[type] = result;
-        return result;
-    }
-
     json FlowJson() {
         json nodes = json::array();
         for (const auto& n : flow->Nodes()) {
@@ -302,7 +268,7 @@ struct ViewerServer::Impl {
             json node = {{"name", n.name}, {"type", n.type}, {"kind", n.kind}, {"wires", wires}};
             if (n.tool) {
                 node["tool"] = n.tool->Reg()->Name();
-                node["keeps_state"] = KeepsState(n.tool->Reg()->Name());
+                node["keeps_state"] = ToolKeepsState(n.tool->Reg()->Name());
             }
             nodes.push_back(node);
         }

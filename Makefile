@@ -12,13 +12,14 @@ PACKAGES = build-essential cmake pkg-config clang-format libopenimageio-dev libc
 # The viewer's test in a real browser.
 BROWSER_PACKAGES = chromium chromium-driver python3-selenium
 
-.PHONY: all deps build demo test bench asan format format-check clean ofx install viewer screenshots \
+.PHONY: all deps browser-deps build demo test bench asan format format-check clean ofx install viewer screenshots \
 	latency
 
 all: build
 
-deps:
-	@missing=""; for p in $(PACKAGES) $(BROWSER_PACKAGES); do \
+# Installs the Debian packages named in $(1) that are missing.
+define install_missing
+	@missing=""; for p in $(1); do \
 	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q "install ok installed" || missing="$$missing $$p"; \
 	done; \
 	if [ -n "$$missing" ]; then \
@@ -26,6 +27,13 @@ deps:
 	  if [ "$$(id -u)" = 0 ]; then SUDO=""; else SUDO=sudo; fi; \
 	  $$SUDO apt-get update -qq && DEBIAN_FRONTEND=noninteractive $$SUDO apt-get install -y -qq $$missing; \
 	fi
+endef
+
+deps:
+	$(call install_missing,$(PACKAGES))
+
+browser-deps:
+	$(call install_missing,$(BROWSER_PACKAGES))
 
 $(BUILD)/CMakeCache.txt: | deps
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release $(CMAKE_FLAGS)
@@ -33,10 +41,12 @@ $(BUILD)/CMakeCache.txt: | deps
 build: deps $(BUILD)/CMakeCache.txt
 	cmake --build $(BUILD) -j $(JOBS)
 
-demo: build
+# The demo needs only the executable.
+demo: deps $(BUILD)/CMakeCache.txt
+	cmake --build $(BUILD) -j $(JOBS) --target crate07
 	./$(BUILD)/crate07 render examples/demo.json
 
-test: build
+test: build browser-deps
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 
 # The OpenFX bundle, and its installation (OFX_DIR defaults to the standard plug-in folder).
@@ -55,11 +65,11 @@ viewer: build
 	./$(BUILD)/crate07 serve examples/viewer.json
 
 # Pictures of the viewer's page for Ripple, Clouds and Rain, into docs/.
-screenshots: build
+screenshots: build browser-deps
 	/usr/bin/python3 tests/browser/viewer_test.py ./$(BUILD)/crate07 --screenshots docs
 
 # The time from a slider's move to its new picture at 720x486, in the browser.
-latency: build
+latency: build browser-deps
 	/usr/bin/python3 tests/browser/viewer_test.py ./$(BUILD)/crate07 --latency 30
 
 bench: build

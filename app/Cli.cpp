@@ -18,6 +18,8 @@
 #include "app/Controls.h"
 #include "app/Describe.h"
 #include "app/Flow.h"
+#include "app/Limits.h"
+#include "app/Numbers.h"
 #include "app/Server.h"
 #include "host/App.h"
 #include "host/Registration.h"
@@ -38,25 +40,25 @@ FrameRange ParseFrames(const std::string& text, const std::string& option) {
         throw AppError(option + " '" + text + "' is not a frame or a range A-B");
     FrameRange r;
     r.given = true;
-    try {
-        r.first = std::stoi(m[1].str());
-        r.last = m[2].matched ? std::stoi(m[2].str()) : r.first;
-    } catch (const std::out_of_range&) {
-        throw AppError(option + " '" + text + "' is out of range");
-    }
+    r.first = static_cast<int>(ParseWhole(m[1].str(), -kFrameLimit, kFrameLimit, option));
+    r.last = m[2].matched
+                 ? static_cast<int>(ParseWhole(m[2].str(), -kFrameLimit, kFrameLimit, option))
+                 : r.first;
     if (r.last < r.first) throw AppError(option + " '" + text + "' ends before it starts");
     return r;
 }
 
 // A --set value: a number, "x,y" (a point, or a colour with three or four parts), 0/1 or
 // true/false, or text (a combo entry).
-json ParseValue(const std::string& text) {
-    auto number = [](const std::string& s, double* out) {
-        std::istringstream in(s);
-        in >> *out;
-        return !in.fail() && (in >> std::ws).eof();
+json ParseValue(const std::string& text, const std::string& option) {
+    // Anything that has the shape of a number is one, and must fit.
+    auto number = [&](const std::string& s, double* out) {
+        const NumberRead r = ReadReal(s, out);
+        if (r == NumberRead::OutOfRange)
+            throw AppError(option + " '" + text + "': '" + s + "' is out of range");
+        return r == NumberRead::Ok;
     };
-    double d;
+    double d = 0.0;
     if (number(text, &d)) return d;
     if (text == "true" || text == "on") return true;
     if (text == "false" || text == "off") return false;
@@ -87,10 +89,12 @@ std::pair<int, int> ParseSize(const std::string& text) {
     std::smatch m;
     if (!std::regex_match(text, m, sizePattern))
         throw AppError("--size '" + text + "' is not of the form WxH");
-    int w = std::stoi(m[1].str()), h = std::stoi(m[2].str());
+    const int64_t w = ParseWhole(m[1].str(), 0, 99999, "--size");
+    const int64_t h = ParseWhole(m[2].str(), 0, 99999, "--size");
     if (w < 1 || h < 1 || w > 32768 || h > 32768)
         throw AppError("--size '" + text + "' must be from 1x1 to 32768x32768");
-    return {w, h};
+    CheckPixelCount(w, h, "--size '" + text + "'");
+    return {static_cast<int>(w), static_cast<int>(h)};
 }
 
 // Progress on a terminal: frame i of N, frames per second, time left.
@@ -154,7 +158,7 @@ int RenderFlow(Flow& flow, FrameRange frames, bool fromStart, bool quiet, std::o
         if (progress.Shown()) err << "\n";
         err << "crate07: " << e.what() << "; " << flow.Written().size()
             << " file(s) written before it are kept\n";
-        return 130;
+        return kExitInterrupted;
     } catch (const AppError& e) {
         if (progress.Shown()) err << "\n";
         if (flow.Written().empty()) throw;
@@ -186,6 +190,10 @@ int RunCommandLine(int argc, char** argv, std::ostream& out, std::ostream& err) 
     int threads = 0;
     app.add_option("--threads", threads, "processors the image operators split over")
         ->check(CLI::Range(1, 256));
+    std::string maxPixelsText;
+    const std::string maxPixelsHelp =
+        "the most pixels an image may hold (default " + std::to_string(kDefaultMaxPixels) + ")";
+    app.add_option("--max-pixels", maxPixelsText, maxPixelsHelp);
 
     auto* tools = app.add_subcommand("tools",
                                      "list the tools: registered name, short name, "
@@ -205,6 +213,7 @@ int RunCommandLine(int argc, char** argv, std::ostream& out, std::ostream& err) 
     render->add_option("--threads", threads, "processors the image operators split over")
         ->check(CLI::Range(1, 256));
     render->add_flag("-q,--quiet", quiet, "no progress and no summary");
+    render->add_option("--max-pixels", maxPixelsText, maxPixelsHelp);
     bool fromStart = false;
     render->add_flag("--from-start", fromStart,
                      "first render (and discard) the frames from the flow's start");
@@ -234,6 +243,7 @@ int RunCommandLine(int argc, char** argv, std::ostream& out, std::ostream& err) 
     apply->add_option("--threads", threads, "processors the image operators split over")
         ->check(CLI::Range(1, 256));
     apply->add_flag("-q,--quiet", quiet, "no progress and no summary");
+    apply->add_option("--max-pixels", maxPixelsText, maxPixelsHelp);
     bool overlay = false;
     double zoom = 1.0;
     apply->add_flag("--overlay", overlay, "draw the tool's on-screen controls over the output");
@@ -268,12 +278,26 @@ int RunCommandLine(int argc, char** argv, std::ostream& out, std::ostream& err) 
 
     try {
         app.parse(argc, argv);
+    } catch (const CLI::CallForHelp&) {
+        out << app.help();
+        return 0;
+    } catch (const CLI::CallForAllHelp&) {
+        out << app.help("", CLI::AppFormatMode::All);
+        return 0;
+    } catch (const CLI::CallForVersion&) {
+        out << "crate07\n";
+        return 0;
     } catch (const CLI::ParseError& e) {
-        return app.exit(e, out, err);
+        // The parser's own explanation, on one line of ours, with the code of a usage error.
+        err << "crate07: " << OneLine(e.what()) << " (crate07 --help lists the options)\n";
+        return kExitUsage;
     }
 
     try {
         if (threads > 0) GetApp()->SetProcessorCount(threads);
+        SetMaxPixels(maxPixelsText.empty()
+                         ? kDefaultMaxPixels
+                         : ParseWhole(maxPixelsText, 1, int64_t{1} << 40, "--max-pixels"));
 
         if (*tools) {
             bool any = false;
@@ -295,18 +319,19 @@ int RunCommandLine(int argc, char** argv, std::ostream& out, std::ostream& err) 
             return 0;
         }
         if (*render) {
-            auto flow = Flow::Load(flowPath);
             FrameRange frames;
-            if (!framesText.empty()) frames = ParseFrames(framesText, "--frames");
+            if (render->count("--frames")) frames = ParseFrames(framesText, "--frames");
+            auto flow = Flow::Load(flowPath);
             return RenderFlow(*flow, frames, fromStart, quiet, out, err);
         }
         if (*apply) {
             FindToolOrThrow(applyTool);
             FrameRange frames;
-            if (!framesText.empty()) frames = ParseFrames(framesText, "--frames");
-            if (!frameText.empty()) frames = ParseFrames(frameText, "--frame");
+            const bool oneFrame = apply->count("--frame") > 0;
+            if (apply->count("--frames")) frames = ParseFrames(framesText, "--frames");
+            if (oneFrame) frames = ParseFrames(frameText, "--frame");
             if (!frames.given) frames.given = true;  // frame 1 unless told otherwise
-            if (frameText.size() && frames.first != frames.last)
+            if (oneFrame && frames.first != frames.last)
                 throw AppError("--frame takes one frame; use --frames A-B for a range");
 
             json flow;
@@ -320,7 +345,7 @@ int RunCommandLine(int argc, char** argv, std::ostream& out, std::ostream& err) 
                         "apply needs a picture: -i IMAGE, or --size WxH for a "
                         "generated one");
                 auto [w, h] = ParseSize(sizeText);
-                json colour = ParseValue(colourText);
+                json colour = ParseValue(colourText, "--colour");
                 if (!colour.is_array() || (colour.size() != 3 && colour.size() != 4))
                     throw AppError("--colour '" + colourText +
                                    "' is not R,G,B or R,G,B,A in 16-bit samples");
@@ -343,10 +368,10 @@ int RunCommandLine(int argc, char** argv, std::ostream& out, std::ostream& err) 
             json values = json::object();
             for (const auto& s : sets) {
                 auto [id, value] = SplitAssignment(s, "--set");
-                values[id] = ParseValue(value);
+                values[id] = ParseValue(value, "--set");
             }
             if (!values.empty()) tool["inputs"] = values;
-            if (!preset.empty()) {
+            if (apply->count("--preset")) {
                 size_t at = preset.rfind('@');
                 if (at == std::string::npos) {
                     tool["preset"] = preset;
@@ -404,12 +429,12 @@ int RunCommandLine(int argc, char** argv, std::ostream& out, std::ostream& err) 
             FindToolOrThrow(controlsTool);
             auto [w, h] = ParseSize(controlsSize);
             FrameRange frame;
-            if (!controlsFrame.empty()) frame = ParseFrames(controlsFrame, "--frame");
+            if (controlsCmd->count("--frame")) frame = ParseFrames(controlsFrame, "--frame");
             if (frame.first != frame.last) throw AppError("--frame takes one frame, not a range");
             json values = json::object();
             for (const auto& s : controlsSets) {
                 auto [id, value] = SplitAssignment(s, "--set");
-                values[id] = ParseValue(value);
+                values[id] = ParseValue(value, "--set");
             }
             json tool = {{"name", controlsTool}, {"type", controlsTool}, {"source", "image"}};
             if (!values.empty()) tool["inputs"] = values;
@@ -425,15 +450,15 @@ int RunCommandLine(int argc, char** argv, std::ostream& out, std::ostream& err) 
                 PrintLines(view.Draw(), out);
             }
             report["drags"] = json::array();
-            static const std::regex dragPattern(
-                R"(^\s*(-?[\d.]+)\s*,\s*(-?[\d.]+)\s*:\s*(-?[\d.]+)\s*,\s*(-?[\d.]+)\s*$)");
+            static const std::regex dragPattern(R"(^\s*([^,:]+),([^,:]+):([^,:]+),([^,:]+)$)");
             for (const auto& d : drags) {
                 std::smatch m;
                 if (!std::regex_match(d, m, dragPattern))
                     throw AppError("--drag '" + d + "' is not of the form X1,Y1:X2,Y2");
                 float p[4];
+                static const char* const names[4] = {"X1", "Y1", "X2", "Y2"};
                 for (int i = 0; i < 4; ++i)
-                    p[i] = std::stof(m[i + 1].str());
+                    p[i] = ParseFloat(m[i + 1].str(), "--drag '" + d + "': " + names[i]);
                 ControlView::DragReport r = view.Drag(p[0], p[1], p[2], p[3]);
                 std::vector<LineWork> after = view.Draw();
                 json entry = {{"from", {p[0], p[1]}},
@@ -466,7 +491,7 @@ int RunCommandLine(int argc, char** argv, std::ostream& out, std::ostream& err) 
         }
     } catch (const std::exception& e) {
         err << "crate07: " << OneLine(e.what()) << "\n";
-        return 1;
+        return kExitError;
     }
     return 0;
 }

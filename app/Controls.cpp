@@ -190,12 +190,14 @@ void Plot(Image& image, int x, int y, const uint8_t c[4]) {
 void Segment(Image& image, float x1, float y1, float x2, float y2, const uint8_t c[4]) {
     if (!std::isfinite(x1) || !std::isfinite(y1) || !std::isfinite(x2) || !std::isfinite(y2))
         return;
-    const double dx = x2 - x1, dy = y2 - y1;
+    const double dx = static_cast<double>(x2) - x1, dy = static_cast<double>(y2) - y1;
     const double steps = std::fmin(std::ceil(std::fmax(std::fabs(dx), std::fabs(dy))), 100000.0);
     for (int i = 0; i <= static_cast<int>(steps); ++i) {
         const double t = steps > 0 ? i / steps : 0.0;
-        Plot(image, static_cast<int>(std::floor(x1 + dx * t + 0.5)),
-             static_cast<int>(std::floor(y1 + dy * t + 0.5)), c);
+        const double x = std::floor(x1 + dx * t + 0.5), y = std::floor(y1 + dy * t + 0.5);
+        // Points far off the picture are dropped before they become pixel numbers.
+        if (x < 0.0 || y < 0.0 || x >= image.width || y >= image.height) continue;
+        Plot(image, static_cast<int>(x), static_cast<int>(y), c);
     }
 }
 
@@ -226,8 +228,12 @@ Image* ComposeOverlay(const Image& image, const std::vector<LineWork>& lines) {
             over = std::fmax(over, std::fmax(-x, x - (image.width - 1)));
             over = std::fmax(over, std::fmax(-y, y - (image.height - 1)));
         }
+    // The margin is bounded while it is still a real: a handle a billion pixels away must not
+    // become a pixel count.
     const int limit = std::max(image.width, image.height) / 2;
-    const int margin = over > 0.0 ? std::min(limit, static_cast<int>(std::ceil(over)) + 6) : 0;
+    const int margin =
+        over > 0.0 ? static_cast<int>(std::fmin(static_cast<double>(limit), std::ceil(over) + 6.0))
+                   : 0;
     Image* shown = GetApp()->Images().Take(image.width + 2 * margin, image.height + 2 * margin);
     shown->xScale = image.xScale;
     shown->yScale = image.yScale;

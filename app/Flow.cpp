@@ -10,6 +10,7 @@
 #include "app/AppError.h"
 #include "app/Controls.h"
 #include "app/ImageFiles.h"
+#include "app/Limits.h"
 #include "frame/ToolOperator.h"
 #include "frame/WorkImage.h"
 #include "host/App.h"
@@ -91,9 +92,88 @@ void ReadColour(const json& v, uint16_t out[4], const std::string& where) {
 }
 
 int FrameNumber(const json& v, const std::string& where) {
-    if (!v.is_number() || v.get<double>() != std::floor(v.get<double>()))
-        throw AppError(where + ": frame numbers are whole numbers");
-    return v.get<int>();
+    // Compared as a real first: a JSON number may be any size, and only one that fits is converted.
+    const double d = v.is_number() ? v.get<double>() : 0.5;
+    if (!(d == std::floor(d) && std::fabs(d) <= kFrameLimit))
+        throw AppError(where + ": frame numbers are whole numbers from " +
+                       std::to_string(-kFrameLimit) + " to " + std::to_string(kFrameLimit) +
+                       ", not " + v.dump());
+    return static_cast<int>(d);
+}
+
+// A whole number from lo to hi, or -1 when the value is anything else.
+int WholeIn(const json& v, int lo, int hi) {
+    if (!v.is_number()) return -1;
+    const double d = v.get<double>();
+    if (!(d == std::floor(d) && d >= lo && d <= hi) || !v.is_number_integer()) return -1;
+    return static_cast<int>(d);
+}
+
+// Width and height from "size": whole numbers from 1 to 32768, their product within the limit.
+void ReadSize(const json& s, int* width, int* height, const std::string& where) {
+    int w = -1, h = -1;
+    if (s.is_array() && s.size() == 2) {
+        w = WholeIn(s[0], 1, 32768);
+        h = WholeIn(s[1], 1, 32768);
+    }
+    if (w < 1 || h < 1)
+        throw AppError(where + ": \"size\" is [width, height], whole numbers from 1 to 32768");
+    CheckPixelCount(w, h, where + ": \"size\"");
+    *width = w;
+    *height = h;
+}
+
+// A path pattern made ready for comparison: its canonical form, cut around the first run of '#'.
+struct PathPattern {
+    bool run = false;
+    std::string head, tail;
+    size_t width = 0;
+};
+
+std::string CanonicalKey(const std::string& p) {
+    std::error_code ec;
+    fs::path canonical = fs::weakly_canonical(fs::absolute(p), ec);
+    return ec ? p : canonical.string();
+}
+
+PathPattern MakePathPattern(const std::string& path) {
+    PathPattern p;
+    const std::string key = CanonicalKey(path);
+    const size_t at = key.find('#');
+    if (at == std::string::npos || !HasFrameRun(path)) {
+        p.head = key;
+        return p;
+    }
+    size_t end = at;
+    while (end < key.size() && key[end] == '#')
+        ++end;
+    p.run = true;
+    p.head = key.substr(0, at);
+    p.tail = key.substr(end);
+    p.width = end - at;
+    return p;
+}
+
+// Whether the canonical `path` is what `pattern` gives for some frame from lo to hi. The cost
+// does not depend on the length of the range.
+bool Produces(const PathPattern& pattern, const std::string& path, int64_t lo, int64_t hi) {
+    if (!pattern.run) return path == pattern.head;
+    const size_t fixed = pattern.head.size() + pattern.tail.size();
+    if (path.size() <= fixed || path.size() - fixed > 12) return false;
+    if (path.compare(0, pattern.head.size(), pattern.head) != 0) return false;
+    if (path.compare(path.size() - pattern.tail.size(), pattern.tail.size(), pattern.tail) != 0)
+        return false;
+    const std::string digits = path.substr(pattern.head.size(), path.size() - fixed);
+    size_t i = digits[0] == '-' ? 1 : 0;
+    if (i == digits.size()) return false;
+    int64_t n = 0;
+    for (; i < digits.size(); ++i) {
+        if (digits[i] < '0' || digits[i] > '9') return false;
+        n = n * 10 + (digits[i] - '0');
+    }
+    if (digits[0] == '-') n = -n;
+    if (n < lo || n > hi || n < -kFrameLimit * 2LL || n > kFrameLimit * 2LL) return false;
+    return FramePath(std::string(pattern.width, '#'), static_cast<int>(n)) == digits;
 }
 
 }  // namespace
@@ -115,18 +195,26 @@ std::string FramePath(const std::string& pattern, int frame) {
     return pattern.substr(0, at) + digits + pattern.substr(end);
 }
 
+bool PatternProduces(const std::string& pattern, const std::string& path, int64_t lo, int64_t hi) {
+    return Produces(MakePathPattern(pattern), path, lo, hi);
+}
+
 Flow::~Flow() = default;
 
 std::unique_ptr<Flow> Flow::Load(const std::string& path) {
+    // Only a regular file: a pipe or a device could feed the reader for ever.
+    CheckRegularFile(path, "flow");
     std::ifstream file(path, std::ios::binary);
-    if (!file) {
-        std::error_code ec;
-        throw AppError("cannot read flow '" + path +
-                       "': " + (fs::exists(path, ec) ? "permission denied" : "no such file"));
+    if (!file) throw AppError("cannot read flow '" + path + "': permission denied");
+    // Read in pieces up to the limit, whatever size the file claims.
+    std::string text;
+    char piece[1 << 16];
+    while (file.read(piece, sizeof piece) || file.gcount() > 0) {
+        text.append(piece, static_cast<size_t>(file.gcount()));
+        if (text.size() > kFlowByteLimit)
+            throw AppError("cannot read flow '" + path + "': it is larger than " +
+                           std::to_string(kFlowByteLimit >> 20) + " MiB");
     }
-    std::stringstream buffer;
-    buffer << file.rdbuf();
-    const std::string text = buffer.str();
     json flow;
     try {
         flow = json::parse(text);
@@ -167,16 +255,7 @@ void Flow::Build(const json& flow) {
                            " (a flow has \"size\", \"range\" and \"nodes\")");
 
     int width = 720, height = 486;
-    if (flow.contains("size")) {
-        const json& s = flow["size"];
-        if (!s.is_array() || s.size() != 2 || !s[0].is_number_integer() ||
-            !s[1].is_number_integer() || s[0].get<int>() < 1 || s[1].get<int>() < 1 ||
-            s[0].get<int>() > 32768 || s[1].get<int>() > 32768)
-            throw AppError(origin_ +
-                           ": \"size\" is [width, height], whole numbers from 1 to 32768");
-        width = s[0].get<int>();
-        height = s[1].get<int>();
-    }
+    if (flow.contains("size")) ReadSize(flow["size"], &width, &height, origin_);
     doc_.globalStart = doc_.globalEnd = 1;
     if (flow.contains("range")) {
         const json& r = flow["range"];
@@ -282,21 +361,12 @@ void Flow::BuildNode(Node& node, const json& body) {
         if (body.contains("colour2"))
             ReadColour(body["colour2"], p.colour2, Where(node) + ": \"colour2\"");
         if (body.contains("cell")) {
-            if (!body["cell"].is_number_integer() || body["cell"].get<int>() < 1)
-                throw AppError(Where(node) + ": \"cell\" is a whole number of pixels, at least 1");
-            p.cell = body["cell"].get<int>();
-        }
-        if (body.contains("size")) {
-            const json& s = body["size"];
-            if (!s.is_array() || s.size() != 2 || !s[0].is_number_integer() ||
-                !s[1].is_number_integer() || s[0].get<int>() < 1 || s[1].get<int>() < 1 ||
-                s[0].get<int>() > 32768 || s[1].get<int>() > 32768)
+            p.cell = WholeIn(body["cell"], 1, 32768);
+            if (p.cell < 1)
                 throw AppError(Where(node) +
-                               ": \"size\" is [width, height], whole numbers from 1 "
-                               "to 32768");
-            p.width = s[0].get<int>();
-            p.height = s[1].get<int>();
+                               ": \"cell\" is a whole number of pixels from 1 to 32768");
         }
+        if (body.contains("size")) ReadSize(body["size"], &p.width, &p.height, Where(node));
     } else if (node.type == "Saver") {
         node.kind = Node::Kind::Saver;
         allowOnly({"name", "type", "path", "input", "overlay", "overlay_zoom", "comment"});
@@ -636,6 +706,13 @@ void Flow::ReadActions(Node& node, const json& body) {
                 throw AppError(Where(node) +
                                ": a timed preset is {\"entry\": text, \"frame\": "
                                "frame}");
+            for (auto key = p.begin(); key != p.end(); ++key)
+                if (key.key() != "entry" && key.key() != "frame" && key.key() != "input")
+                    throw AppError(Where(node) + ": unknown key " + Quote(key.key()) +
+                                   " in a timed preset (it has \"entry\", \"frame\" and "
+                                   "\"input\")");
+            if (p.contains("input") && !p["input"].is_string())
+                throw AppError(Where(node) + ": a timed preset's \"input\" names a combo input");
             std::string inputName = p.value("input", std::string("Demos"));
             Node::Action a;
             a.button = false;
@@ -736,16 +813,21 @@ void Flow::Wire(Node& node, const json& body) {
     }
 }
 
-void Flow::CheckOutputs(int first, int last) const {
+void Flow::CheckOutputs(int first, int last) {
+    checkFirst_ = first;
+    checkLast_ = last;
+    // Every path of the first frames is compared before anything renders; the frames beyond them
+    // are checked one by one as they are written (CheckFrameOutputs), so that the check of a long
+    // range costs no more than its render.
+    last = static_cast<int>(std::min<int64_t>(last, int64_t{first} + kFramesCheckedFirst - 1));
+    checkedUntil_ = last;
     std::map<std::string, std::string> inputs;  // path -> loader node
-    auto key = [](const std::string& p) {
-        std::error_code ec;
-        fs::path canonical = fs::weakly_canonical(fs::absolute(p), ec);
-        return ec ? p : canonical.string();
-    };
+    auto key = [](const std::string& p) { return CanonicalKey(p); };
     for (const auto& n : nodes_) {
         if (n->kind != Node::Kind::Loader) continue;
         for (int f = first; f <= last; ++f) {
+            if (GetApp()->interrupted.load())
+                throw Interrupted("interrupted while checking the output paths");
             inputs[key(FramePath(n->path, f + n->offset))] = n->name;
             if (!HasFrameRun(n->path)) break;
         }
@@ -758,6 +840,8 @@ void Flow::CheckOutputs(int first, int last) const {
                            "the frame number, but " + std::to_string(last - first + 1) +
                            " frames are rendered");
         for (int f = first; f <= last; ++f) {
+            if (GetApp()->interrupted.load())
+                throw Interrupted("interrupted while checking the output paths");
             std::string p = key(FramePath(n->path, f));
             auto in = inputs.find(p);
             if (in != inputs.end())
@@ -768,6 +852,26 @@ void Flow::CheckOutputs(int first, int last) const {
                 throw AppError(Where(*n) + ": writes " + Quote(FramePath(n->path, f)) +
                                " as the Saver " + Quote(out->second) + " does");
             outputs[p] = n->name;
+        }
+    }
+}
+
+void Flow::CheckFrameOutputs(int frame) const {
+    if (frame <= checkedUntil_) return;
+    for (const auto& n : nodes_) {
+        if (n->kind != Node::Kind::Saver) continue;
+        const std::string path = FramePath(n->path, frame);
+        const std::string p = CanonicalKey(path);
+        for (const auto& other : nodes_) {
+            if (other->kind == Node::Kind::Loader &&
+                Produces(MakePathPattern(other->path), p, int64_t{checkFirst_} + other->offset,
+                         int64_t{checkLast_} + other->offset))
+                throw AppError(Where(*n) + ": would overwrite " + Quote(path) +
+                               ", which the Loader " + Quote(other->name) + " reads");
+            if (other->kind == Node::Kind::Saver && other != n &&
+                Produces(MakePathPattern(other->path), p, checkFirst_, checkLast_))
+                throw AppError(Where(*n) + ": writes " + Quote(path) + " as the Saver " +
+                               Quote(other->name) + " does");
         }
     }
 }
@@ -832,6 +936,7 @@ Image* Flow::Evaluate(size_t index, double time) {
 void Flow::RenderFrame(int frame, bool write) {
     if (GetApp()->interrupted.load())
         throw Interrupted("interrupted before frame " + std::to_string(frame));
+    if (write) CheckFrameOutputs(frame);
     doc_.currentTime = frame;
     RunActions(frame);
     doc_.currentTime = frame;

@@ -3,6 +3,7 @@
 // frames in time order through one set of tool instances, as an interactive session would.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <set>
@@ -111,7 +112,8 @@ class Flow {
     void ReadActions(Node& node, const nlohmann::json& body);
     void RunActions(int frame);
     Ref Resolve(const Node& from, const std::string& what, const nlohmann::json& ref) const;
-    void CheckOutputs(int first, int last) const;
+    void CheckOutputs(int first, int last);
+    void CheckFrameOutputs(int frame) const;
     void RenderFrame(int frame, bool write);
     Image* Evaluate(size_t index, double time);  // gives a reference to the caller
     std::string Where(const Node& node) const;
@@ -121,6 +123,9 @@ class Flow {
     FusionDoc doc_;
     std::vector<std::unique_ptr<Node>> nodes_;
     std::vector<std::string> written_;
+    // The range the output paths are checked for, and the last frame checked before the render.
+    static constexpr int kFramesCheckedFirst = 10000;
+    int checkFirst_ = 0, checkLast_ = -1, checkedUntil_ = 0;
 };
 
 // The inputs of a tool that `key` names: an ID, else a label (a colour's label names its channels).
@@ -138,3 +143,6 @@ nlohmann::json InputValueToJson(const Input* in);
 // A pattern without '#' is returned as it is.
 std::string FramePath(const std::string& pattern, int frame);
 bool HasFrameRun(const std::string& pattern);
+// Whether the canonical `path` is what `pattern` (canonicalised here) gives for some frame from
+// lo to hi; the cost does not depend on the length of the range.
+bool PatternProduces(const std::string& pattern, const std::string& path, int64_t lo, int64_t hi);

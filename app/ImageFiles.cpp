@@ -1,5 +1,6 @@
 #include "app/ImageFiles.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <OpenImageIO/imageio.h>
@@ -11,6 +12,7 @@
 #include <vector>
 
 #include "app/AppError.h"
+#include "app/Limits.h"
 #include "host/App.h"
 #include "host/Parameters.h"
 
@@ -25,6 +27,38 @@ std::string Extension(const std::string& path) {
     return ext;
 }
 
+// The image libraries write their own complaints to the standard error before they give up; ours
+// say the same on one line. For the life of the scope the standard error goes nowhere.
+class QuietLibraries {
+  public:
+    QuietLibraries() {
+        std::fflush(stderr);
+        saved_ = ::dup(2);
+        const int null = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+        if (saved_ >= 0 && null >= 0) ::dup2(null, 2);
+        if (null >= 0) ::close(null);
+    }
+    ~QuietLibraries() {
+        if (saved_ < 0) return;
+        std::fflush(stderr);
+        ::dup2(saved_, 2);
+        ::close(saved_);
+    }
+    QuietLibraries(const QuietLibraries&) = delete;
+    QuietLibraries& operator=(const QuietLibraries&) = delete;
+
+  private:
+    int saved_ = -1;
+};
+
+std::string OneLine(std::string text) {
+    while (!text.empty() && (text.back() == '\n' || text.back() == ' '))
+        text.pop_back();
+    for (size_t at = text.find('\n'); at != std::string::npos; at = text.find('\n', at))
+        text.replace(at, 1, "; ");
+    return text;
+}
+
 }  // namespace
 
 void CheckOutputFormat(const std::string& path) {
@@ -35,57 +69,65 @@ void CheckOutputFormat(const std::string& path) {
 }
 
 Image* LoadImageFile(const std::string& path) {
-    std::error_code ec;
-    if (!fs::exists(path, ec)) throw AppError("cannot read image '" + path + "': no such file");
-    if (fs::is_directory(path, ec))
-        throw AppError("cannot read image '" + path + "': it is a folder");
+    CheckRegularFile(path, "image");
     // Colour is taken as the file holds it: no premultiplication on the way in or out.
     OIIO::ImageSpec config;
     config.attribute("oiio:UnassociatedAlpha", 1);
+    QuietLibraries quiet;
     auto in = OIIO::ImageInput::open(path, &config);
     if (!in) {
-        std::string why = OIIO::geterror();
+        std::string why = OneLine(OIIO::geterror());
         throw AppError("cannot read image '" + path + "': " +
                        (why.empty() ? std::string("not an image OpenImageIO can read") : why));
     }
     const OIIO::ImageSpec& spec = in->spec();
     const int w = spec.width, h = spec.height, n = spec.nchannels;
-    if (w <= 0 || h <= 0 || n <= 0 || spec.depth > 1) {
+    if (w <= 0 || h <= 0 || n <= 0 || spec.depth > 1 || spec.deep) {
         in->close();
         throw AppError("cannot read image '" + path + "': unsupported size or layout");
     }
-    std::vector<uint16_t> data(static_cast<size_t>(w) * h * n);
-    if (!in->read_image(0, 0, 0, n, OIIO::TypeDesc::UINT16, data.data())) {
-        std::string why = in->geterror();
+    // The header alone decides: nothing is allocated for a picture beyond the limit.
+    try {
+        CheckPixelCount(w, h, "cannot read image '" + path + "'");
+    } catch (...) {
+        in->close();
+        throw;
+    }
+    float aspect = spec.get_float_attribute("PixelAspectRatio", 1.0f);
+
+    // Read straight into the host image: at most four channels, each pixel four samples apart,
+    // the top row of the file into the host's last row (row 0 is the bottom row).
+    const int used = std::min(n, 4);
+    HostRef<Image> image(GetApp()->Images().Take(w, h));
+    const OIIO::stride_t pixelBytes = 4 * sizeof(uint16_t);
+    const OIIO::stride_t rowBytes = static_cast<OIIO::stride_t>(w) * pixelBytes;
+    if (!in->read_image(0, 0, 0, used, OIIO::TypeDesc::UINT16, image->Row(h - 1), pixelBytes,
+                        -rowBytes)) {
+        std::string why = OneLine(in->geterror());
         in->close();
         throw AppError("cannot read image '" + path + "': " + why);
     }
-    float aspect = spec.get_float_attribute("PixelAspectRatio", 1.0f);
     in->close();
 
-    Image* image = GetApp()->Images().Take(w, h);
     image->xScale = aspect > 0.0f ? aspect : 1.0;
     image->yScale = 1.0;
-    for (int y = 0; y < h; ++y) {
-        // Files are top row first; the host's row 0 is the bottom row.
-        const uint16_t* s = data.data() + static_cast<size_t>(h - 1 - y) * w * n;
-        uint16_t* d = image->Row(y);
-        for (int x = 0; x < w; ++x, s += n, d += 4) {
-            if (n == 1) {
-                d[0] = d[1] = d[2] = s[0];
-                d[3] = 65535;
-            } else if (n == 2) {
-                d[0] = d[1] = d[2] = s[0];
-                d[3] = s[1];
-            } else {
-                d[0] = s[0];
-                d[1] = s[1];
-                d[2] = s[2];
-                d[3] = n >= 4 ? s[3] : 65535;
+    if (used < 4) {
+        for (int y = 0; y < h; ++y) {
+            uint16_t* d = image->Row(y);
+            for (int x = 0; x < w; ++x, d += 4) {
+                if (used == 1) {
+                    d[1] = d[2] = d[0];
+                    d[3] = 65535;
+                } else if (used == 2) {
+                    d[3] = d[1];
+                    d[1] = d[2] = d[0];
+                } else {
+                    d[3] = 65535;
+                }
             }
         }
     }
-    return image;
+    return image.release();
 }
 
 void SaveImageFile(const Image& image, const std::string& path) {
@@ -115,12 +157,13 @@ void SaveImageFile(const Image& image, const std::string& path) {
     if (ext == ".exr") spec.attribute("compression", "zip");
     if (ext == ".tif" || ext == ".tiff") spec.attribute("compression", "zip");
 
+    QuietLibraries quiet;
     auto out = OIIO::ImageOutput::create(temp.string());
-    if (!out) throw AppError("cannot write '" + path + "': " + OIIO::geterror());
+    if (!out) throw AppError("cannot write '" + path + "': " + OneLine(OIIO::geterror()));
     if (!out->open(temp.string(), spec)) {
         std::string why = out->geterror();
         fs::remove(temp, ec);
-        throw AppError("cannot write '" + path + "': " + why);
+        throw AppError("cannot write '" + path + "': " + OneLine(why));
     }
     // Host rows run bottom to top; the file wants the top row first, so the rows are walked
     // backwards with a negative stride.
@@ -133,7 +176,7 @@ void SaveImageFile(const Image& image, const std::string& path) {
     if (!ok) {
         if (why.empty()) why = out->geterror();
         fs::remove(temp, ec);
-        throw AppError("cannot write '" + path + "': " + why);
+        throw AppError("cannot write '" + path + "': " + OneLine(why));
     }
     fs::rename(temp, target, ec);
     if (ec) {

@@ -29,7 +29,9 @@ double GlowFactor(int g, double strength) {
 // nothing.
 uint16_t GlowOf(int32_t colour, double f) {
     const double glow = colour * f;
-    return static_cast<uint16_t>(glow < 32767.0 ? static_cast<int>(glow)
+    // A strength far below zero gives a glow beyond any int; its table entry is never used (the
+    // factor is not above zero), but the conversion must still be defined.
+    return static_cast<uint16_t>(glow < 32767.0 ? TruncateToInt(glow)
                                                 : (glow >= 32767.0 ? 32767 : 0));
 }
 

@@ -12,8 +12,16 @@ PACKAGES = build-essential cmake pkg-config clang-format libopenimageio-dev libc
 # The viewer's test in a real browser.
 BROWSER_PACKAGES = chromium chromium-driver python3-selenium
 
-.PHONY: all deps browser-deps build demo test bench asan format format-check clean ofx install viewer screenshots \
-	latency
+# The fuzz targets want clang and its libFuzzer runtime.
+FUZZ_PACKAGES = clang libclang-rt-14-dev
+# Seconds each fuzz target runs for; the corpus grows in build-fuzz/corpus-<target>, seeded from
+# fuzz/corpus/<target>. Reports of a fault go to build-fuzz/reports, the input that made it to
+# build-fuzz/crash-*.
+FUZZ_TIME ?= 60
+FUZZ_TARGETS = Flow Values Image
+
+.PHONY: all deps browser-deps fuzz-deps build demo test bench asan fuzz format format-check clean ofx \
+	install viewer screenshots latency
 
 all: build
 
@@ -34,6 +42,9 @@ deps:
 
 browser-deps:
 	$(call install_missing,$(BROWSER_PACKAGES))
+
+fuzz-deps:
+	$(call install_missing,$(FUZZ_PACKAGES))
 
 $(BUILD)/CMakeCache.txt: | deps
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release $(CMAKE_FLAGS)
@@ -81,6 +92,25 @@ asan: deps
 	cmake --build build-asan -j $(JOBS)
 	cd build-asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 ctest --output-on-failure -j $(JOBS)
 
+# Each libFuzzer target for FUZZ_TIME seconds under the address and undefined-behaviour
+# sanitizers, one after the other.
+fuzz: deps fuzz-deps
+	CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCRATE07_FUZZ=ON \
+	  -DCRATE07_TESTS=OFF -DCRATE07_BENCH=OFF
+	cmake --build build-fuzz -j $(JOBS) --target $(addprefix fuzz,$(FUZZ_TARGETS))
+	@mkdir -p build-fuzz/reports
+	@set -e; for t in $(FUZZ_TARGETS); do \
+	  lower=$$(echo $$t | tr A-Z a-z); mkdir -p build-fuzz/corpus-$$lower; \
+	  echo "fuzz$$t for $(FUZZ_TIME) s"; \
+	  ASAN_OPTIONS=log_path=build-fuzz/reports/asan:detect_leaks=0 \
+	  UBSAN_OPTIONS=log_path=build-fuzz/reports/ubsan:print_stacktrace=1 \
+	  ./build-fuzz/fuzz$$t -max_total_time=$(FUZZ_TIME) -rss_limit_mb=2048 -timeout=20 \
+	    -artifact_prefix=build-fuzz/ -print_final_stats=1 \
+	    build-fuzz/corpus-$$lower fuzz/corpus/$$lower 2>build-fuzz/fuzz$$t.log || \
+	    { tail -30 build-fuzz/fuzz$$t.log; cat build-fuzz/reports/* 2>/dev/null; exit 1; }; \
+	  grep -E "^stat::number_of_executed_units|^stat::peak_rss_mb|cov:" build-fuzz/fuzz$$t.log | tail -3; \
+	done
+
 FORMAT_FILES = $(shell git ls-files '*.cpp' '*.h' 2>/dev/null)
 format:
 	clang-format -i $(FORMAT_FILES)
@@ -88,4 +118,4 @@ format-check:
 	clang-format --dry-run -Werror $(FORMAT_FILES)
 
 clean:
-	rm -rf $(BUILD) build-asan
+	rm -rf $(BUILD) build-asan build-fuzz

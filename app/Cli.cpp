@@ -4,6 +4,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cmath>
@@ -428,6 +429,19 @@ int RunCommandLine(int argc, char** argv, std::ostream& out, std::ostream& err) 
         if (*controlsCmd) {
             FindToolOrThrow(controlsTool);
             auto [w, h] = ParseSize(controlsSize);
+            // Every drag is read before anything is printed, so that a bad one is the only line.
+            static const std::regex dragPattern(R"(^\s*([^,:]+),([^,:]+):([^,:]+),([^,:]+)$)");
+            std::vector<std::array<float, 4>> points;
+            for (const auto& d : drags) {
+                std::smatch m;
+                if (!std::regex_match(d, m, dragPattern))
+                    throw AppError("--drag '" + d + "' is not of the form X1,Y1:X2,Y2");
+                static const char* const names[4] = {"X1", "Y1", "X2", "Y2"};
+                std::array<float, 4> p;
+                for (int i = 0; i < 4; ++i)
+                    p[i] = ParseFloat(m[i + 1].str(), "--drag '" + d + "': " + names[i]);
+                points.push_back(p);
+            }
             FrameRange frame;
             if (controlsCmd->count("--frame")) frame = ParseFrames(controlsFrame, "--frame");
             if (frame.first != frame.last) throw AppError("--frame takes one frame, not a range");
@@ -450,15 +464,9 @@ int RunCommandLine(int argc, char** argv, std::ostream& out, std::ostream& err) 
                 PrintLines(view.Draw(), out);
             }
             report["drags"] = json::array();
-            static const std::regex dragPattern(R"(^\s*([^,:]+),([^,:]+):([^,:]+),([^,:]+)$)");
-            for (const auto& d : drags) {
-                std::smatch m;
-                if (!std::regex_match(d, m, dragPattern))
-                    throw AppError("--drag '" + d + "' is not of the form X1,Y1:X2,Y2");
-                float p[4];
-                static const char* const names[4] = {"X1", "Y1", "X2", "Y2"};
-                for (int i = 0; i < 4; ++i)
-                    p[i] = ParseFloat(m[i + 1].str(), "--drag '" + d + "': " + names[i]);
+            for (size_t k = 0; k < drags.size(); ++k) {
+                const std::string& d = drags[k];
+                const std::array<float, 4>& p = points[k];
                 ControlView::DragReport r = view.Drag(p[0], p[1], p[2], p[3]);
                 std::vector<LineWork> after = view.Draw();
                 json entry = {{"from", {p[0], p[1]}},

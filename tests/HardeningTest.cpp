@@ -215,6 +215,9 @@ TEST_F(Hardening, CommandLinesGetOneLineAndTheirExitCode) {
             line += a + " ";
         Outcome r = RunCli(c.args);
         EXPECT_EQ(r.code, c.code) << line << "\n" << r.err;
+        if (c.code != 0) {
+            EXPECT_EQ(r.out, "") << line;
+        }
         if (c.message.empty()) {
             EXPECT_EQ(r.err, "") << line;
             continue;

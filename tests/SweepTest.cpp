@@ -52,7 +52,8 @@ TEST(Sweep, EveryToolAtEveryInputsEndsOnTinyPictures) {
         Input* mainImage = nullptr;
         for (Input* in : model->Inputs()) {
             if (in->GetDataType() == Input::DataType::Image) {
-                if (!mainImage) mainImage = in;
+                // The main image is the one on connector 1, wherever it stands in the table.
+                if (in->GetAttr(kInConnector) == 1) mainImage = in;
                 continue;
             }
             ids.push_back(in->ID().str());

@@ -122,9 +122,12 @@ void KalEngine::DrawLatticeBand(int firstRow, int lastRow) {
         const double mx = dx * cc - dy * cs + cameraX, my = (dy * cc + dx * cs + cameraY) * yf;
         // Columns whose turned centre lies within both ranges.
         double cLo = static_cast<double>(r - 2 * n), cHi = static_cast<double>(r + 2 * n);
+        // A row whose centres all stand outside a range draws nothing. It is flagged, not marked by
+        // an empty span, since cLo - 1 is cLo itself once cLo is far beyond 2^53.
+        bool none = false;
         auto narrow = [&](double k, double m, double lo, double hi) {
             if (std::fabs(k) < 1e-12) {
-                if (!(m >= lo && m <= hi)) cHi = cLo - 1.0;
+                if (!(m >= lo && m <= hi)) none = true;
                 return;
             }
             double a = (lo - m) / k, b = (hi - m) / k;
@@ -136,7 +139,7 @@ void KalEngine::DrawLatticeBand(int firstRow, int lastRow) {
             narrow(kx, mx, xLo, xHi);
             narrow(ky, my, yLo, yHi);
         }
-        if (!(cLo <= cHi)) continue;
+        if (none || !(cLo <= cHi)) continue;
         // Back onto the walk's own columns, which step by 2 from r - 2n.
         const int64_t from = r - 2 * n;
         const int64_t skip = static_cast<int64_t>(std::ceil((cLo - from) / 2.0));

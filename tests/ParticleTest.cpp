@@ -15,59 +15,11 @@
 #include "frame/ShuffledRandom.h"
 #include "frame/WorkImage.h"
 #include "particles/ParticlePool.h"
-#include "particles/Rain.h"
 #include "particles/Streak.h"
 #include "particles/SwirlNoise.h"
-#include "tests/TestSupport.h"
+#include "tests/RainSupport.h"
 
 namespace {
-
-struct RainDoc {
-    RainDoc() : op(static_cast<RainOperator*>(doc.AddTool("Rain"))), engine(op->Rain()) {}
-    Input* In(const std::string& id) const { return op->FindInput(id); }
-    void Set(const std::string& id, double value) {
-        Number n(value);
-        In(id)->SetSource(&n, -1.0);
-    }
-    void SetPoint(const std::string& id, double x, double y) {
-        Point p(x, y, 0.0);
-        In(id)->SetSource(&p, -1.0);
-    }
-    // One render at `time`; the hash of the delivered image.
-    uint64_t Render(Image* background, double time = 1.0, Image* bounce = nullptr,
-                    Image* birth = nullptr) {
-        Request request(op, time);
-        request.SetInputImage(In("Background Clip"), background);
-        if (bounce) request.SetInputImage(In("Bounce Clip"), bounce);
-        if (birth) request.SetInputImage(In("Birth Clip"), birth);
-        op->Process(&request);
-        HostImage out(static_cast<Image*>(request.TakeOutputData(op->MainOutput())));
-        return HashImage(out);
-    }
-    // No forces at all: drops keep their speed.
-    void StillAir() {
-        Set("Doty", 0.0);
-        Set("Doon", 0.0);
-        Set("Doce", 0.0);
-        Set("Dond", 0.0);
-    }
-    // Puts a drop at the head of the active list.
-    ParticleRecord* Drop(float x, float y, float vx, float vy) {
-        ParticleRecord* r = engine->pool.Take();
-        r->x = r->prevX = x;
-        r->y = r->prevY = y;
-        r->vx = vx;
-        r->vy = vy;
-        r->lifetime = r->extinction = 100;
-        r->bounceGain = 1.0f;
-        engine->pool.PushActive(r);
-        return r;
-    }
-
-    FusionDoc doc;
-    RainOperator* op;
-    RainEngine* engine;
-};
 
 void Black(int, int, uint16_t* p) {
     p[0] = p[1] = p[2] = 0;
@@ -325,7 +277,7 @@ TEST(ParticleStep, DrawsPerBirthAndRetries) {
         t.Set("Poar", 0.0);
         t.Set("Uste", 1.0);
         HostImage birth = MakeHostImage(16, 12, Black);
-        t.Render(background.get(), 1.0, nullptr, birth.get());
+        t.Render(background.get(), 1.0, birth.get());
         EXPECT_EQ(t.engine->pool.activeCount, 0);
         EXPECT_EQ(DrawsUntil(t.engine->birthSeedState), 1 + 11 * 9);
     }
@@ -367,7 +319,7 @@ TEST(ParticleStep, BouncesAndTheKickThatPassesOn) {
     ParticleRecord* three = t.Drop(5.5f, 5.5f, 0.0f, 0.0f);
     ParticleRecord* two = t.Drop(-5.0f, 3.0f, 0.0f, 0.0f);
     ParticleRecord* one = t.Drop(2.5f, 2.5f, 0.0f, -1.0f);
-    t.Render(background.get(), 1.0, clip.get());
+    t.Render(background.get(), 1.0, nullptr, clip.get());
 
     // The first bounce flips the drop with a gain of -(r * rebound) and kicks it sideways.
     EXPECT_EQ(one->bounces, 1);
@@ -385,14 +337,14 @@ TEST(ParticleStep, BouncesAndTheKickThatPassesOn) {
     one->x = one->prevX = 2.5f;
     one->y = one->prevY = 2.5f;
     one->vy = -1.0f;
-    t.Render(background.get(), 2.0, clip.get());
+    t.Render(background.get(), 2.0, nullptr, clip.get());
     EXPECT_EQ(one->bounceGain, 1.0f);
     // Falling onto it again: the second bounce has a gain of -(r * rebound) / 1 and no kick.
     one->x = one->prevX = 2.5f;
     one->y = one->prevY = 2.5f;
     one->vx = 0.0f;
     one->vy = -1.0f;
-    t.Render(background.get(), 3.0, clip.get());
+    t.Render(background.get(), 3.0, nullptr, clip.get());
     EXPECT_EQ(one->bounces, 2);
     EXPECT_EQ(one->vx, 0.0f);
     // The third is one more than Bounces allows: the drop is retired at the next update.
@@ -401,10 +353,10 @@ TEST(ParticleStep, BouncesAndTheKickThatPassesOn) {
     one->vy = -1.0f;
     one->bounceGain = 0.5f;
     const int before = t.engine->pool.activeCount;
-    t.Render(background.get(), 4.0, clip.get());
+    t.Render(background.get(), 4.0, nullptr, clip.get());
     EXPECT_EQ(one->bounces, 3);
     EXPECT_EQ(one->age, float(one->lifetime + 2));
-    t.Render(background.get(), 5.0, clip.get());
+    t.Render(background.get(), 5.0, nullptr, clip.get());
     EXPECT_EQ(t.engine->pool.activeCount, before - 1);
 }
 

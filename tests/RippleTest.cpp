@@ -18,30 +18,15 @@ namespace {
 
 using Values = std::vector<std::pair<const char*, double>>;
 
-struct RippleDoc {
-    explicit RippleDoc(const Values& values = {})
-        : op(static_cast<RippleOperator*>(doc.AddTool("Ripple"))), engine(op->Ripple()) {
+struct RippleDoc : ToolDoc<RippleOperator> {
+    explicit RippleDoc(const Values& values = {}) : ToolDoc("Ripple"), engine(op->Ripple()) {
         for (const auto& [id, value] : values)
             Set(id, value);
     }
-    Input* In(const std::string& id) const { return op->FindInput(id); }
-    void Set(const std::string& id, double value) {
-        Number n(value);
-        In(id)->SetSource(&n, -1.0);
-    }
-    bool Hidden(const std::string& id) const { return In(id)->GetAttr(kInVisible, 1) == 0; }
     // The hash of the delivered frame, 0 if none.
     uint64_t Render(Image* source, Image* matte = nullptr) {
-        Request request(op, 0.0);
-        request.SetInputImage(In("Clip to Ripple"), source);
-        if (matte) request.SetInputImage(In("Matte"), matte);
-        op->Process(&request);
-        HostImage out(static_cast<Image*>(request.TakeOutputData(op->MainOutput())));
-        return out ? HashImage(*out) : 0;
+        return HashImage(RenderImages({{"Clip to Ripple", source}, {"Matte", matte}}, 0.0));
     }
-
-    FusionDoc doc;
-    RippleOperator* op;
     RippleEngine* engine;
 };
 
@@ -56,20 +41,8 @@ void Checker(int x, int y, uint16_t* p) {
 
 }  // namespace
 
-TEST(Ripple, DeclarationAndItsRanges) {
-    RippleDoc t;
-    std::string ids;
-    for (Input* in : t.op->Inputs())
-        ids += in->ID().str() + " ";
-    EXPECT_EQ(
-        ids,
-        "XYmp XY37 XYeq XY83 XYse XY31 Fide Reon Blnd Uste Inte Doht Liht LitZ Li45 LiuR LiuG "
-        "LiuB LiuA Glss Cost ChAb Clip to Ripple Matte ");
-    EXPECT_EQ(t.op->Pages(), (std::vector<std::string>{"Q9 Ripple", "Light"}));
-    EXPECT_TRUE(t.Hidden("LiuA"));
-    EXPECT_EQ(t.In("Matte")->GetAttr(kInRequired, 1), 0);
-
-    // A flow refuses values outside a slider's range, by name.
+// A flow refuses values outside a slider's range, by name.
+TEST(Ripple, AFlowRefusesValuesOutsideTheRanges) {
     auto error = [](const char* id, double value) {
         nlohmann::json flow = {
             {"size", {8, 8}},

@@ -5,8 +5,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <functional>
+#include <initializer_list>
 #include <string>
+#include <utility>
 
 #include "frame/ToolEngine.h"
 #include "frame/WorkImage.h"
@@ -16,6 +20,12 @@
 #include "tests/TestTool.h"
 
 using HostImage = HostRef<Image>;
+
+// True under `make sweep` (CRATE07_SWEEP set): the long equivalence sweeps run in full, where the
+// ordinary run takes a small sample of them.
+inline bool FullSweep() {
+    return std::getenv("CRATE07_SWEEP") != nullptr;
+}
 using PixelFill = std::function<void(int x, int y, uint16_t* rgba)>;
 
 // A host image from the pool, each pixel written by `fill`.
@@ -55,6 +65,31 @@ inline uint64_t Fnv1a(const uint16_t* words, size_t count, uint64_t h = 14695981
         h = (h ^ (words[i] >> 8)) * 1099511628211ull;
     }
     return h;
+}
+
+inline uint64_t HashText(const std::string& text) {
+    uint64_t h = 1469598103934665603ull;
+    for (const unsigned char c : text)
+        h = (h ^ c) * 1099511628211ull;
+    return h;
+}
+
+// The values of every number and point input of `op` at `time`, as text: "id=value ..." (images
+// left out). A preset's writes are pinned by the hash of this text.
+inline std::string InputValues(Operator* op, double time = 0.0) {
+    std::string text;
+    for (Input* in : op->Inputs()) {
+        Parameter* p = in->GetDataType() == Input::DataType::Image ? nullptr : in->GetSource(time);
+        if (!p) continue;
+        char value[80];
+        if (p->GetType() == Parameter::Type::Number)
+            std::snprintf(value, sizeof value, "%.17g", static_cast<Number*>(p)->value);
+        else
+            std::snprintf(value, sizeof value, "%.17g,%.17g", static_cast<Point*>(p)->x,
+                          static_cast<Point*>(p)->y);
+        text += in->ID().str() + "=" + value + " ";
+    }
+    return text;
 }
 
 inline uint64_t HashImage(const Image& image) {
@@ -143,24 +178,44 @@ struct TestToolDoc {
     TestEngine* engine = nullptr;
 };
 
-// A document holding one tool of class Op, with its inputs set as a whole and one render at a
-// time through the host's request, the main image wired to input `mainInput`.
+// A document holding one tool of class Op: values written through the host (a whole value, or a
+// key at `time`, with the input's notification), read back, and one render at a time through the
+// host's request with images wired to the named inputs (a null image is left unwired).
 template <class Op>
 struct ToolDoc {
+    using Images = std::initializer_list<std::pair<const char*, Image*>>;
     explicit ToolDoc(const char* tool) : op(static_cast<Op*>(doc.AddTool(tool))) {}
-    void Set(const char* id, double value) {
+    Input* In(const std::string& id) const { return op->FindInput(id); }
+    void Set(const std::string& id, double value, double time = -1.0) {
         Number n(value);
-        op->FindInput(id)->SetSource(&n, -1.0);
+        In(id)->SetSource(&n, time);
     }
-    void SetPoint(const char* id, double x, double y) {
+    void SetPoint(const std::string& id, double x, double y, double time = -1.0) {
         Point p(x, y);
-        op->FindInput(id)->SetSource(&p, -1.0);
+        In(id)->SetSource(&p, time);
     }
-    HostImage RenderWith(const char* mainInput, Image* image, double time) {
+    double Get(const std::string& id, double time = 0.0) const {
+        return static_cast<Number*>(In(id)->GetSource(time))->value;
+    }
+    std::pair<double, double> GetPoint(const std::string& id) const {
+        auto* p = static_cast<Point*>(In(id)->GetSource(0.0));
+        return {p->x, p->y};
+    }
+    bool Hidden(const std::string& id) const { return In(id)->GetAttr(kInVisible, 1) == 0; }
+    // A button click: 1 with a notification, then back to 0 without one.
+    void Press(const std::string& id) {
+        Set(id, 1.0);
+        In(id)->SetConstant(0.0);
+    }
+    HostImage RenderImages(Images images, double time) {
         Request request(op, time);
-        request.SetInputImage(op->FindInput(mainInput), image);
+        for (const auto& [id, image] : images)
+            if (image) request.SetInputImage(In(id), image);
         op->Process(&request);
         return HostImage(static_cast<Image*>(request.TakeOutputData(op->MainOutput())));
+    }
+    HostImage RenderWith(const char* mainInput, Image* image, double time) {
+        return RenderImages({{mainInput, image}}, time);
     }
     FusionDoc doc;
     Op* op;

@@ -20,7 +20,7 @@ FUZZ_PACKAGES = clang libclang-rt-14-dev
 FUZZ_TIME ?= 60
 FUZZ_TARGETS = Flow Values Image
 
-.PHONY: all deps browser-deps fuzz-deps build demo test bench asan fuzz format format-check clean ofx \
+.PHONY: all deps browser-deps fuzz-deps build demo test bench asan fuzz sweep faults format format-check clean ofx \
 	install viewer screenshots latency
 
 all: build
@@ -82,6 +82,14 @@ screenshots: build browser-deps
 # The time from a slider's move to its new picture at 720x486, in the browser.
 latency: build browser-deps
 	/usr/bin/python3 tests/browser/viewer_test.py ./$(BUILD)/crate07 --latency 30
+
+# The long equivalence sweeps in full (the ordinary test run takes a sample of each).
+sweep: build
+	CRATE07_SWEEP=1 ./$(BUILD)/crate07_tests
+
+# Each deliberate fault of tests/faults/faults.txt applied to a scratch copy: which tests fail.
+faults: deps
+	JOBS=$(JOBS) tests/faults/run.sh
 
 bench: build
 	./$(BUILD)/crate07_bench --benchmark_min_time=0.2

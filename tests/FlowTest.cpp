@@ -129,6 +129,9 @@ TEST_F(FlowTest, FaultsNameTheNodeAndTheInput) {
         {{"name", "out2"}, {"type", "Saver"}, {"input", "bg"}, {"path", Path("f_#.png")}});
     expect(flow, "writes '" + Path("f_1.png") + "' as the Saver 'out' does");
     flow = Basic({});
+    flow["nodes"][1]["name"] = "bg";
+    expect(flow, "two nodes are named 'bg'");
+    flow = Basic({});
     flow["nodes"].erase(2);
     expect(flow, "the flow has no Saver node");
     flow = Basic({});

@@ -59,6 +59,13 @@ TEST(ImageFilesTest, SixteenBitFilesRoundTripExactlyAndFlipRows) {
     for (const auto& entry : fs::directory_iterator(dir))
         EXPECT_EQ(entry.path().filename().string().rfind(".", 0), std::string::npos);
     EXPECT_THROW(SaveImageFile(*ramp.get(), (dir / "r.bmp").string()), AppError);
+    // A file is written beside the target and renamed over it in one step: another name of the
+    // old file (a hard link) keeps the old picture.
+    const std::string png = (dir / "r.png").string(), other = (dir / "other.png").string();
+    fs::create_hard_link(png, other);
+    SaveImageFile(*Ramp(2, 2).get(), png);
+    EXPECT_EQ(HostRef<Image>(LoadImageFile(other))->width, 5);
+    EXPECT_EQ(HostRef<Image>(LoadImageFile(png))->width, 2);
     fs::remove_all(dir);
 }
 

@@ -92,6 +92,11 @@ std::vector<std::pair<int64_t, int64_t>> NaiveWalk(int64_t gx, int64_t gy, int64
 TEST(LightningTree, CountsDrawsAndBounds) {
     std::vector<float> x(kPolylinePoints), y(kPolylinePoints), sx(kPolylinePoints),
         sy(kPolylinePoints);
+    // The bits of every point and of every branch record, as a golden hash.
+    uint64_t bits = 1469598103934665603ull;
+    auto hash = [&bits](const void* data, size_t bytes) {
+        bits = Fnv1a(static_cast<const uint16_t*>(data), bytes / 2, bits);
+    };
     for (int32_t seed : {1, 2, 3, 4, 5, 77, 999}) {
         const std::vector<double> reference = Draws(seed, 300);
         BoltParams p = DefaultParams(seed);
@@ -99,11 +104,17 @@ TEST(LightningTree, CountsDrawsAndBounds) {
         const int points =
             SubdivideBolt(p, x.data(), y.data(), base, 0, sx.data(), sy.data(), kPolylinePoints);
         ASSERT_EQ(points, 64 * (base - 1) + 1);
+        hash(x.data(), 4u * points);
+        hash(y.data(), 4u * points);
         EXPECT_EQ(x[0], p.startX);
         EXPECT_EQ(y[points - 1], p.endY);
         // One draw for the middle point, three for its place, two a segment over six rounds.
         EXPECT_EQ(PlainDraw(&p.randomState), reference[(base == 3 ? 4 : 1) + 126 * (base - 1)]);
+        BranchRecord branches[kBranchListSize];
+        const int n = PickBranches(p, x.data(), y.data(), points, branches, 0, 1.0f);
+        hash(branches, sizeof(BranchRecord) * n);
     }
+    EXPECT_EQ(bits, 0xda0038450133e176ull) << std::hex << bits;
     // Without jitter, and with room for one round only, the midpoint moves by the offset alone,
     // to +y along +x.
     BoltParams none = DefaultParams(9);

@@ -223,6 +223,15 @@ TEST(Rain, PresetsWriteTheirValues) {
     t.engine->ApplyPreset(42, 0.0);
     EXPECT_EQ(t.Get("Dety"), 20.0);
     EXPECT_EQ(t.Get("Exon"), 800.0);
+    // On an animated input a preset sets a key at the notification's time.
+    Key a, b;
+    a.time = 0.0, a.v[0] = 5.0, b.time = 20.0, b.v[0] = 9.0;
+    t.In("Dety")->SetKeys({a, b});
+    t.doc.currentTime = 7.0;
+    t.Set("Dem1", 2.0);
+    ASSERT_EQ(t.In("Dety")->Keys().size(), 3u);
+    EXPECT_EQ(t.In("Dety")->Keys()[1].time, 7.0);
+    EXPECT_EQ(t.Get("Dety", 7.0), 200.0);
 }
 
 TEST(Rain, GoldenFrames) {

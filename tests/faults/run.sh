@@ -8,7 +8,8 @@ scratch=${FAULTS_SCRATCH:-/tmp/crate07-faults}
 jobs=${JOBS:-2}
 mkdir -p "$scratch"
 rm -rf "$scratch/src" && mkdir -p "$scratch/src"
-(cd "$src" && git ls-files --cached --others --exclude-standard -z | xargs -0 cp --parents -t "$scratch/src")
+# Fresh times on every file (tar -m), so that the scratch build sees every difference.
+tar -C "$src" --exclude='./build*' --exclude=./.git -cf - . | tar -C "$scratch/src" -xmf -
 cmake -S "$scratch/src" -B "$scratch/build" -DCMAKE_BUILD_TYPE=Release -DCRATE07_BENCH=OFF \
     -DCMAKE_CXX_COMPILER_LAUNCHER=ccache >"$scratch/cmake.log" || exit 1
 missed=0

@@ -169,37 +169,6 @@ TEST(WorkImage, ImportOfAnotherSizeGoesThroughTheResizer) {
     importResizer = saved;
 }
 
-TEST(WorkImage, ConstructionAndCopy) {
-    WorkImage a(360, 2);
-    EXPECT_EQ(a.referenceScale, 2.0f);
-    EXPECT_EQ(a.ownsPixels, 1);
-    EXPECT_EQ(a.pixelScale[0], 1.0);
-    EXPECT_EQ(a.pixelScale[3], 0.0);
-    EXPECT_EQ(a.rows[1], a.pixels + 360 * 4);
-    a.Fill(1, 2, 3, 4);
-    a.pixelScale[0] = 2.0;
-    a.mixColour[0] = 9;
-
-    WorkImage b(a);
-    EXPECT_NE(b.pixels, a.pixels);
-    EXPECT_EQ(b.ownsPixels, 1);
-    EXPECT_EQ(b.pixelScale[0], 2.0);
-    EXPECT_EQ(b.mixColour[0], 0);
-    EXPECT_TRUE(SamePixels(a, b));
-    a.Fill(0, 0, 0, 0);
-    EXPECT_EQ(b.Pixel(359, 1)[3], 4);
-
-    // A block handed in is used, not owned.
-    std::vector<uint16_t> block(3 * 2 * 4, 5);
-    {
-        WorkImage c(3, 2, 1.0f, block.data(), 0);
-        EXPECT_EQ(c.ownsPixels, 0);
-        EXPECT_EQ(c.pixels, block.data());
-        c.Fill(6, 6, 6, 6);
-    }
-    EXPECT_EQ(block[23], 6);
-}
-
 TEST(WorkImage, FillAndCopyScaled) {
     // Images with no pixels are left as they are.
     for (auto size : {std::pair<int, int>{0, 0}, {0, 5}, {5, 0}}) {

@@ -39,9 +39,8 @@ class CliTest : public ::testing::Test {
   protected:
     void SetUp() override {
         RegisterTestTool();
-        dir = fs::temp_directory_path() /
-              ("crate07-cli-" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) +
-               "-" + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        dir = ScratchDir(std::string("crate07-cli-") +
+                         ::testing::UnitTest::GetInstance()->current_test_info()->name());
         fs::remove_all(dir);
         fs::create_directories(dir);
     }

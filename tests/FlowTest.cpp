@@ -13,7 +13,7 @@
 #include "app/ImageFiles.h"
 #include "app/Patterns.h"
 #include "host/App.h"
-#include "tests/TestTool.h"
+#include "tests/TestSupport.h"
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -25,9 +25,8 @@ class FlowTest : public ::testing::Test {
     void SetUp() override {
         RegisterTestTool();
         GetApp()->interrupted.store(false);
-        dir = fs::temp_directory_path() /
-              (std::string("crate07-flow-") +
-               ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        dir = ScratchDir(std::string("crate07-flow-") +
+                         ::testing::UnitTest::GetInstance()->current_test_info()->name());
         fs::remove_all(dir);
         fs::create_directories(dir);
     }

@@ -10,6 +10,7 @@
 #include "app/ImageFiles.h"
 #include "host/App.h"
 #include "host/Parameters.h"
+#include "tests/TestSupport.h"
 
 namespace fs = std::filesystem;
 
@@ -29,7 +30,7 @@ HostRef<Image> Ramp(int w, int h) {
 }
 
 TEST(ImageFilesTest, SixteenBitFilesRoundTripExactlyAndFlipRows) {
-    fs::path dir = fs::temp_directory_path() / "crate07-imagefiles";
+    fs::path dir = ScratchDir("crate07-imagefiles");
     fs::create_directories(dir);
     HostRef<Image> ramp = Ramp(5, 3);
     for (const char* name : {"r.png", "r.tif", "r.tiff"}) {

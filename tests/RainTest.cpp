@@ -167,7 +167,7 @@ TEST(Rain, RepeatableRuns) {
 }
 
 TEST(Rain, FromStartFramesEqualAFullRender) {
-    const fs::path dir = fs::temp_directory_path() / "crate07-rain-from-start";
+    const fs::path dir = ScratchDir("crate07-rain-from-start");
     fs::remove_all(dir);
     fs::create_directories(dir);
     auto flow = [&](const std::string& name) {

@@ -7,10 +7,13 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <initializer_list>
 #include <string>
 #include <utility>
+
+#include <unistd.h>
 
 #include "frame/ToolEngine.h"
 #include "frame/WorkImage.h"
@@ -20,6 +23,13 @@
 #include "tests/TestTool.h"
 
 using HostImage = HostRef<Image>;
+
+// A folder under the system's temporary one, named for this process as well: runs of the suite
+// side by side never share one.
+inline std::string ScratchDir(const std::string& name) {
+    return (std::filesystem::temp_directory_path() / (name + "-" + std::to_string(::getpid())))
+        .string();
+}
 
 // True under `make sweep` (CRATE07_SWEEP set): the long equivalence sweeps run in full, where the
 // ordinary run takes a small sample of them.

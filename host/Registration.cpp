@@ -9,10 +9,10 @@
 #include "lightning/Lightning2.h"
 #include "particles/Rain.h"
 #include "particles/Smoke.h"
+#include "particles/Snow.h"
 #include "surface/Glass.h"
 #include "surface/Pool.h"
 #include "surface/Puddle.h"
-#include "particles/Snow.h"
 #include "surface/Ripple.h"
 
 namespace {

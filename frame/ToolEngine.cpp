@@ -57,3 +57,14 @@ void ToolOverlay::ControlEvent(int event, float x, float y) {
     for (ScreenControl* c : controls)
         c->HandleEvent(event, x, y);
 }
+
+void ToolOverlay::ShownControlsEvent(int event, float x, float y) {
+    for (ScreenControl* c : controls) {
+        if (c->visible) {
+            c->HandleEvent(event, x, y);
+        } else {
+            c->hover = 0;
+            c->active = 0;
+        }
+    }
+}

@@ -88,6 +88,9 @@ class ToolOverlay {
     virtual void DrawControls();
     // Passes the event to each control in turn.
     virtual void ControlEvent(int event, float x, float y);
+    // Passes the event to each shown control in turn; a hidden one is left neither under the
+    // pointer nor held.
+    void ShownControlsEvent(int event, float x, float y);
 
     Operator* op = nullptr;
     int viewWidth = 0, viewHeight = 0;

@@ -11,6 +11,7 @@
 #include "frame/SmallMaths.h"
 #include "frame/WorkImage.h"
 #include "host/Tags.h"
+#include "particles/ParticleRows.h"
 #include "particles/Streak.h"
 
 namespace {
@@ -452,31 +453,14 @@ void SmokeEngine::DrawControls() {
 void SmokeEngine::ControlEvent(int event, float x, float y) {
     // The birth ends first, then the wind pair while its cone is shown.
     PlaceControls();
-    for (ScreenControl* c : controls) {
-        if (c->visible) {
-            c->HandleEvent(event, x, y);
-        } else {
-            c->hover = 0;
-            c->active = 0;
-        }
-    }
+    ShownControlsEvent(event, x, y);
 }
 
 // ---- Adapter -----------------------------------------------------------------------------------
 
 const ToolDecl& SmokeToolDecl() {
     using E = SmokeEngine;
-    auto slider = [](const char* id, const char* label, int page, double def, double lo,
-                     double hi) { return Slider(id, label, page, def, lo, hi).Allowed(lo, hi); };
-    auto wheel = [](const char* id, const char* label, int page, double def, double lo, double hi) {
-        return Screw(id, label, page, def).Scale(lo, hi).Allowed(lo, hi);
-    };
-    auto toggle = [](const char* id, const char* label, int page, double def) {
-        return Checkbox(id, label, page, def).Fixed().Notify();
-    };
-    auto button = [](const char* id, const char* label, int page) {
-        return Button(id, label, page).Notify().StoreAs(Store::Double);
-    };
+    using namespace particle_rows;
     static const InputDecl rows[] = {
         Combo("Dem1", "Demos", 0, 0.0,
               {"Dry Ice", "Puff", "Wisp", "Steam", "Gentle Smoke", "Busy Smoke", "Soft Swirl",

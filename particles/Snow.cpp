@@ -4,6 +4,7 @@
 
 #include "frame/SmallMaths.h"
 #include "host/Tags.h"
+#include "particles/ParticleRows.h"
 #include "particles/Rain.h"
 #include "particles/Streak.h"
 
@@ -632,31 +633,14 @@ void SnowEngine::DrawControls() {
 void SnowEngine::ControlEvent(int event, float x, float y) {
     // The birth ends first, then the glint pair and the wind pair while their cones are shown.
     PlaceControls();
-    for (ScreenControl* c : controls) {
-        if (c->visible) {
-            c->HandleEvent(event, x, y);
-        } else {
-            c->hover = 0;
-            c->active = 0;
-        }
-    }
+    ShownControlsEvent(event, x, y);
 }
 
 // ---- Adapter -----------------------------------------------------------------------------------
 
 const ToolDecl& SnowToolDecl() {
     using E = SnowEngine;
-    auto slider = [](const char* id, const char* label, int page, double def, double lo,
-                     double hi) { return Slider(id, label, page, def, lo, hi).Allowed(lo, hi); };
-    auto wheel = [](const char* id, const char* label, int page, double def, double lo, double hi) {
-        return Screw(id, label, page, def).Scale(lo, hi).Allowed(lo, hi);
-    };
-    auto toggle = [](const char* id, const char* label, int page, double def) {
-        return Checkbox(id, label, page, def).Fixed().Notify();
-    };
-    auto button = [](const char* id, const char* label, int page) {
-        return Button(id, label, page).Notify().StoreAs(Store::Double);
-    };
+    using namespace particle_rows;
     auto combo = [](const char* id, const char* label, int page, double def,
                     std::vector<const char*> entries) {
         const double top = static_cast<double>(entries.size()) - 1.0;
